@@ -1,0 +1,54 @@
+/// Opening and writing the files that the system itself keeps.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <sys/types.h>
+
+namespace tq {
+
+/// Owns a descriptor.
+class FileDescriptor {
+public:
+    FileDescriptor() = default;
+    explicit FileDescriptor(int descriptor) : fd_(descriptor) {}
+    FileDescriptor(FileDescriptor&& other) noexcept : fd_(other.release()) {}
+    FileDescriptor& operator=(FileDescriptor&& other) noexcept;
+    ~FileDescriptor() { reset(); }
+
+    [[nodiscard]] int get() const { return fd_; }
+    explicit operator bool() const { return fd_ >= 0; }
+    int release();
+    void reset(int descriptor = -1);
+
+private:
+    int fd_ = -1;
+};
+
+/// Largest cache or status file that is read; a larger one counts as one that cannot be opened.
+inline constexpr std::size_t OWN_FILE_MAX_BYTES = std::size_t{16} << 20;
+
+/// Opens a file that the system itself writes, with O_CLOEXEC, O_NOFOLLOW and O_NONBLOCK added to `flags`.
+/// It must be a regular file; O_TRUNC takes effect only after that is known. Not open on failure, with errno
+/// set (a link gives ELOOP, anything else that is not regular EINVAL) and one level-16 entry with path and
+/// cause, except for a file that is simply absent (ENOENT), which is the caller's to report.
+FileDescriptor openOwnFile(const std::string& path, int flags, mode_t mode, const char* context);
+
+/// Whole text of a file that the system only reads: links are followed, but it must lead to a regular file.
+/// Absent with errno set when it cannot be opened or is larger than `maxBytes` (EFBIG); `readFailed` tells a
+/// file that was opened but could not be read.
+std::optional<std::string> readFile(const std::string& path, std::size_t maxBytes, bool* readFailed);
+
+/// Writes all of `text`. False with errno set when it could not.
+[[nodiscard]] bool writeAll(int descriptor, std::string_view text);
+
+/// Replaces a file whole: a temporary name in the same directory, write, sync, checked close, rename, sync of
+/// the directory. After a crash the file is the complete old or the complete new one; temporary files that a
+/// killed process left are removed by the next call. False with errno set and one level-16 entry with path
+/// and cause; the old file is then untouched.
+[[nodiscard]] bool replaceFile(const std::string& path, std::string_view text, mode_t mode,
+                               const char* context);
+
+} // namespace tq

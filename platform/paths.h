@@ -1,0 +1,36 @@
+/// Every path below the install root. They are constants of the build: no environment variable moves them.
+#pragma once
+
+#define TQ_INSTALL_ROOT "/usr/torqv"
+
+/// Install directory, with its closing separator: relative paths are appended to it as they are.
+inline constexpr const char* TQ_INSTALL_DIR = TQ_INSTALL_ROOT "/";
+
+/// Product directory; the command runner's temporary files are made in it.
+inline constexpr const char* TQ_PRODUCT_DIR = TQ_INSTALL_ROOT "/torquenix";
+inline constexpr const char* TQ_BIN_DIR = TQ_INSTALL_ROOT "/torquenix/bin";
+inline constexpr const char* TQ_CONFIG_FILE = TQ_INSTALL_ROOT "/torquenix/kx.conf";
+
+/// Debug log: directory and the subdirectory that must exist for a log to be written.
+inline constexpr const char* TQ_LOG_DIR = TQ_INSTALL_ROOT "/torquenix/logs";
+inline constexpr const char* TQ_LOG_SUBDIR = "admin";
+
+/// Product version files: of the server product and of the client's binary directory.
+inline constexpr const char* TQ_VERSION_FILE = TQ_INSTALL_ROOT "/torquenix/version";
+inline constexpr const char* TQ_BIN_VERSION_FILE = TQ_INSTALL_ROOT "/torquenix/bin/version";
+
+/// Server database; a host without it is a client only.
+inline constexpr const char* TQ_SERVER_DB = TQ_INSTALL_ROOT "/db";
+
+inline constexpr const char* TQ_VAR_DIR = TQ_INSTALL_ROOT "/var";
+inline constexpr const char* TQ_IDENTITY_DIR = TQ_INSTALL_ROOT "/var/identity";
+inline constexpr const char* TQ_CLUSTER_STATE_FILE = TQ_INSTALL_ROOT "/var/cluster.state";
+
+/// Beginnings of per-server file names; "." and the server's name follow.
+inline constexpr const char* TQ_CACHE_FILE_BASE = TQ_INSTALL_ROOT "/var/hostdb.cache";
+inline constexpr const char* TQ_CACHE_LOCK_BASE = TQ_INSTALL_ROOT "/var/hostdbcache";
+inline constexpr const char* TQ_UPDATE_LOCK_BASE = TQ_INSTALL_ROOT "/var/hostdbupdate.lock";
+inline constexpr const char* TQ_UPDATE_STATUS_BASE = TQ_INSTALL_ROOT "/var/hostdbupdate.status";
+
+/// Port of a master server's web service.
+inline constexpr int TQ_WEB_SERVICE_PORT = 1556;
