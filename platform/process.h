@@ -3,19 +3,27 @@
 
 #include <cstddef>
 #include <string>
+#include <sys/resource.h>
 
 namespace tq {
 
-/// Called first in every main(): opens descriptors 0 to 2 on /dev/null where they are closed, puts signals
-/// into a known state (all unblocked, SIGCHLD default, SIGPIPE and SIGXFSZ caught by a handler that does
-/// nothing, SIGTERM and SIGHUP ending the running external command before this process), changes to "/",
-/// and reduces the environment to LANG, LANGUAGE, LC_*, TZ and a fixed PATH. Neither fails nor prints.
+/// Called first in every main(): opens descriptors 0 to 2 on /dev/null where they are closed and keeps every
+/// other inherited one from external commands, puts signals into a known state (all unblocked, SIGCHLD
+/// default, SIGPIPE and SIGXFSZ caught by a handler that does nothing, SIGTERM and SIGHUP ending the running
+/// external command before this process; a SIGHUP, SIGINT or SIGQUIT that was ignored on entry stays so, as
+/// nohup and shells ask for), changes to "/", and reduces the environment to LANG, LANGUAGE, LC_*, TZ and a
+/// fixed PATH. The file-creation mask is not touched. Neither fails nor prints.
 void prepareProcess();
 
 /// Limits around one call of system(), or around one popen() to pclose(): after the time limit the shell and
 /// everything it started are killed; output is limited to a size. Build constants: 120 s and 64 MiB.
-/// Only one guard may be active at a time. Its destructor disarms it, puts every setting back and writes one
-/// level-16 entry when a limit was met.
+///
+///     ExternalCommandGuard guard(command, ExternalCommandGuard::Output::file, CONTEXT);
+///     status = guard.ended(system(command));
+///
+/// Only one guard is active at a time; one made while another lives does nothing. The scope should hold the
+/// call and nothing else: the file-size limit holds for this process too, its log included. The destructor
+/// disarms, puts every setting back, reaps, and writes one level-16 entry when a limit was met.
 class ExternalCommandGuard {
 public:
     /// How the command's output is taken.
@@ -24,7 +32,7 @@ public:
         pipe, ///< read by the caller, who reports each read through accept()
     };
 
-    /// `command` and `context` appear in the entry; both must outlive the guard.
+    /// `command` and `context` appear in the entry. `context` must outlive the guard.
     ExternalCommandGuard(const char* command, Output output, const char* context);
     ExternalCommandGuard(const ExternalCommandGuard&) = delete;
     ExternalCommandGuard& operator=(const ExternalCommandGuard&) = delete;
@@ -34,18 +42,27 @@ public:
     /// has then been ended, so that closing the pipe does not wait for it.
     [[nodiscard]] bool accept(std::size_t bytes);
 
+    /// Takes the raw result of system() and hands it back: it shows whether the output was cut at the limit,
+    /// which then gets its entry. Not needed for a pipe.
+    int ended(int rawStatus);
+
     /// Whether the time limit ended the command.
     [[nodiscard]] bool timedOut() const;
 
+    /// Whether either limit ended the command: what it printed is not all that it had to say.
+    [[nodiscard]] bool cutShort() const;
+
 private:
+    void limitFileSize();
     void endCommand();
 
-    const char* command_;
+    std::string command_;
     const char* context_;
-    Output output_;
-    std::size_t bytes_ = 0;
+    bool active_ = false;
     bool overflow_ = false;
-    std::string savedState_;
+    bool sizeLimited_ = false;
+    std::size_t bytes_ = 0;
+    rlimit savedFileSize_{};
 };
 
 } // namespace tq
