@@ -1,0 +1,103 @@
+"""Fixtures of the end-to-end tests, and what a failed one leaves to look at."""
+
+import pathlib
+import shutil
+
+import pytest
+
+from sandbox import Master, Sandbox, ScriptedServer
+
+TOP = pathlib.Path(__file__).resolve().parent.parent.parent
+
+
+def pytest_generate_tests(metafunc):
+    if "build" in metafunc.fixturenames:
+        folders = metafunc.config.getoption("--build") or ["build/asan"]
+        paths = [TOP / folder for folder in folders]
+        metafunc.parametrize("build", paths, ids=[path.name for path in paths], scope="session")
+
+
+@pytest.hookimpl(hookwrapper=True, tryfirst=True)
+def pytest_runtest_makereport(item, call):
+    outcome = yield
+    report = outcome.get_result()
+    setattr(item, f"report_{report.when}", report)
+    box = getattr(item, "sandbox", None)
+    if report.when == "call" and report.failed and box is not None:
+        report.sections.append(("sandbox, kept", str(box.work)))
+        for file in box.log_files():
+            report.sections.append((f"debug log {file.name}", file.read_text(errors="replace")[-20000:]))
+        for file in sorted((box.shared / "output").glob("*.err")):
+            if file.stat().st_size:
+                report.sections.append((f"errors of {file.name}", file.read_text(errors="replace")[-4000:]))
+
+
+@pytest.fixture
+def sandbox_of(build, tmp_path, request):
+    """Makes the test's sandbox from a host image. What it leaves running or reports from a sanitizer fails
+    the test; its files are kept when the test failed."""
+    made = []
+
+    def make(image="debian12", before_start=lambda box: None):
+        box = Sandbox(build, tmp_path / "sandbox", image)
+        made.append(box)
+        request.node.sandbox = box
+        before_start(box)
+        box.start()
+        return box
+
+    yield make
+    for box in made:
+        check_end(box)
+        report = getattr(request.node, "report_call", None)
+        if report is not None and report.passed:
+            shutil.rmtree(box.work)
+
+
+def check_end(box):
+    """Ends the servers and the sandbox and looks at what they leave."""
+    for master in box.masters.values():
+        if master.process is not None:
+            assert master.stop().status == 0, f"{master.name} did not end cleanly"
+    left = box.running()
+    box.stop()
+    assert left == [], "processes left running"
+    assert box.sanitizer_reports() == []
+
+
+@pytest.fixture
+def box(sandbox_of):
+    """A host that belongs to no master server yet."""
+    return sandbox_of()
+
+
+@pytest.fixture
+def master(box):
+    """Its master server, serving."""
+    return box.master().serve()
+
+
+@pytest.fixture
+def enrolled(box, master):
+    """The host with an identity towards its serving master server."""
+    result = box.enrol(master)
+    assert result.status == 0, result.err
+    return box
+
+
+@pytest.fixture
+def scripted(enrolled, master):
+    """Replaces the master server by one that answers as a script says: scripted([rule, ...])."""
+    servers = []
+
+    def start(*rules, at=None, certificate_of=None):
+        place: Master = at or master
+        if place.process is not None:
+            place.stop()
+        server = ScriptedServer(enrolled, place, list(rules), certificate_of)
+        servers.append(server.__enter__())
+        return server
+
+    yield start
+    for server in servers:
+        server.__exit__()

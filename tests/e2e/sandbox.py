@@ -1,0 +1,507 @@
+"""A host of its own for one test: the real binaries inside another host's files, processes and network.
+
+A sandbox is one bubblewrap process with private mount, network, process and host-name namespaces. Inside it
+/usr/torqv and port 1556 belong to the test; the distribution's tools are this machine's, what describes the
+host (/etc, /proc/cpuinfo, /proc/meminfo, /sbin, the host name) comes from a host image under tests/hosts.
+"""
+
+import base64
+import contextlib
+import dataclasses
+import json
+import os
+import pathlib
+import re
+import shlex
+import shutil
+import signal
+import subprocess
+
+HERE = pathlib.Path(__file__).resolve().parent
+TOP = HERE.parent.parent
+IMAGES = TOP / "tests" / "hosts"
+
+WEB_SERVICE_PORT = 1556
+ADDRESSES = {
+    "master1.example": "127.0.0.2",
+    "master2.example": "127.0.0.3",
+    "master3.example": "127.0.0.4",
+}
+INSTALL_ROOT = "/usr/torqv"
+BIN_DIR = f"{INSTALL_ROOT}/torquenix/bin"
+PROGRAMS = ("tqhostdbcmd", "tqenroll", "tqmasterd")
+
+# Files of this machine that the distribution's own tools need and that say nothing about the host.
+MACHINE_ETC = ("passwd", "group", "nsswitch.conf", "ld.so.cache", "alternatives")
+
+RUN_SECONDS = 120
+
+
+class SandboxError(Exception):
+    """The sandbox itself, and not what is tested in it, did not work."""
+
+
+@dataclasses.dataclass(frozen=True)
+class LogEntry:
+    """One entry of a debug log, lines that follow its first joined with line ends."""
+
+    level: int
+    context: str
+    text: str
+    pid: int
+
+
+@dataclasses.dataclass(frozen=True)
+class Result:
+    """How a process ended and what it printed."""
+
+    status: int
+    out: str
+    err: str
+    trace: str = ""
+
+    def injected_waits(self, seconds):
+        """How many waits of so many seconds the tracer turned into no wait at all."""
+        return len(re.findall(rf"nanosleep\(.*tv_sec={seconds}, tv_nsec=0\}}.*INJECTED", self.trace))
+
+
+ENTRY = re.compile(
+    r"^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} \[(?P<pid>\d+)\] <(?P<level>\d+)> (?P<context>.*?): (?P<text>.*)$"
+)
+
+
+def parse_log(text):
+    """Entries of a debug log. A line that is neither an entry nor the continuation of one is refused."""
+    entries = []
+    for line in text.splitlines():
+        match = ENTRY.match(line)
+        if match:
+            entries.append(
+                LogEntry(int(match["level"]), match["context"], match["text"], int(match["pid"]))
+            )
+        elif line.startswith("\t") and entries:
+            last = entries[-1]
+            entries[-1] = dataclasses.replace(last, text=last.text + "\n" + line[1:])
+        else:
+            raise ValueError(f"neither an entry nor a continuation: {line!r}")
+    return entries
+
+
+class Process:
+    """A process that was started in a sandbox."""
+
+    def __init__(self, sandbox, pid, argv, out_file, err_file):
+        self.sandbox = sandbox
+        self.pid = pid
+        self.argv = argv
+        self.out_file = out_file
+        self.err_file = err_file
+
+    def is_running(self):
+        return self.sandbox.ask(operation="wait", pid=self.pid, timeout=0)["status"] is None
+
+    def signal(self, number):
+        self.sandbox.ask(operation="signal", pid=self.pid, signal=int(number))
+
+    def wait(self, timeout=RUN_SECONDS):
+        status = self.sandbox.ask(operation="wait", pid=self.pid, timeout=timeout)["status"]
+        if status is None:
+            self.signal(signal.SIGKILL)
+            raise SandboxError(f"still running after {timeout} s: {shlex.join(self.argv)}")
+        return Result(status, self.output(), self.errors())
+
+    def stop(self):
+        if self.is_running():
+            self.signal(signal.SIGTERM)
+        return self.wait(20)
+
+    def output(self):
+        return self.out_file.read_bytes().decode(errors="surrogateescape")
+
+    def errors(self):
+        return self.err_file.read_bytes().decode(errors="surrogateescape")
+
+
+class Sandbox:
+    """Use as a context manager. Every path given to its methods is a path inside, unless it says otherwise."""
+
+    def __init__(self, build, work, image="debian12"):
+        self.build = pathlib.Path(build).resolve()
+        self.work = pathlib.Path(work).resolve()
+        self.image = IMAGES / image
+        self.host_name = (self.image / "hostname").read_text().strip()
+        self.torqv = self.work / "torqv"  # /usr/torqv, seen from outside
+        self.etc = self.work / "etc"
+        self.local_sbin = self.work / "local-sbin"
+        self.sbin = self.work / "sbin"
+        self.shared = self.work / "shared"  # /shared inside
+        self.extra_arguments = []
+        self.masters = {}
+        self._agent = None
+        self._count = 0
+        self._lay_out()
+
+    # Layout
+
+    def _lay_out(self):
+        self._copy(self.image / "etc", self.etc)
+        for name in MACHINE_ETC:
+            source = pathlib.Path("/etc") / name
+            if source.is_dir():
+                shutil.copytree(source, self.etc / name, symlinks=True, dirs_exist_ok=True)
+            elif source.exists():
+                shutil.copy(source, self.etc / name)
+        self.write_hosts()
+        self._copy(self.image / "sbin", self.local_sbin)
+        self._copy(self.image / "usr-sbin", self.sbin)
+        self._copy(self.image / "usr" / "torqv", self.torqv)
+        for folder in ("torquenix/bin", "torquenix/logs/admin", "var"):
+            (self.torqv / folder).mkdir(parents=True, exist_ok=True)
+        for program in PROGRAMS:
+            (self.torqv / "torquenix" / "bin" / program).touch()
+        (self.shared / "output").mkdir(parents=True)
+        (self.shared / "reports").mkdir()
+        suppressions = TOP / "tests" / "lsan.supp"
+        shutil.copy(suppressions, self.shared / "lsan.supp")
+
+    @staticmethod
+    def _copy(source, target):
+        if source.is_dir():
+            shutil.copytree(source, target)
+        else:
+            target.mkdir(parents=True)
+
+    def write_hosts(self, extra=""):
+        """/etc/hosts: this host, the master servers, and what a test adds."""
+        short = self.host_name.split(".", maxsplit=1)[0]
+        lines = ["127.0.0.1 localhost", f"192.0.2.10 {self.host_name} {short}"]
+        lines += [f"{address} {name}" for name, address in ADDRESSES.items()]
+        (self.etc / "hosts").write_text("\n".join(lines) + "\n" + extra)
+
+    def arguments(self):
+        """The command line of the sandbox, without the program that runs in it."""
+        arguments = ["bwrap", "--die-with-parent", "--unshare-net", "--unshare-pid", "--unshare-uts"]
+        arguments += ["--unshare-ipc", "--hostname", self.host_name, "--tmpfs", "/", "--tmpfs", "/usr"]
+        if os.geteuid() != 0:
+            arguments += ["--unshare-user", "--uid", "0", "--gid", "0"]
+        for folder in ("bin", "lib", "lib64", "share"):
+            arguments += ["--ro-bind-try", f"/usr/{folder}", f"/usr/{folder}"]
+        for link in ("bin", "lib", "lib64", "sbin"):
+            arguments += ["--symlink", f"usr/{link}", f"/{link}"]
+        arguments += ["--tmpfs", "/usr/local", "--ro-bind", str(self.local_sbin), "/usr/local/sbin"]
+        arguments += ["--ro-bind", str(self.sbin), "/usr/sbin", "--ro-bind", str(self.etc), "/etc"]
+        arguments += ["--dev", "/dev", "--proc", "/proc", "--tmpfs", "/tmp", "--tmpfs", "/var/tmp"]
+        arguments += self._host_facts() + self._build_folder()
+        arguments += ["--bind", str(self.torqv), INSTALL_ROOT, "--bind", str(self.shared), "/shared"]
+        for program in PROGRAMS:
+            arguments += ["--ro-bind", str(self.build / "bin" / program), f"{BIN_DIR}/{program}"]
+        arguments += ["--ro-bind", str(HERE), "/tests"]
+        return arguments + self.extra_arguments
+
+    def _host_facts(self):
+        arguments = ["--dir", "/sys/devices/system/cpu"]
+        for inside in ("proc/cpuinfo", "proc/meminfo", "sys/devices/system/cpu/online"):
+            if (self.image / inside).exists():
+                arguments += ["--ro-bind", str(self.image / inside), f"/{inside}"]
+        return arguments
+
+    def _build_folder(self):
+        """The build at its own path: message catalogues lie there, and coverage counters are written there."""
+        cache = (self.build / "CMakeCache.txt").read_text(errors="replace")
+        bind = "--bind" if "TQ_COVERAGE:BOOL=ON" in cache else "--ro-bind"
+        return [bind, str(self.build), str(self.build)]
+
+    # Life
+
+    def __enter__(self):
+        self.start()
+        return self
+
+    def __exit__(self, *_exception):
+        self.stop()
+
+    def start(self):
+        command = self.arguments() + ["/usr/bin/python3", "-I", "/tests/agent.py"]
+        errors = open(self.work / "sandbox.errors", "wb")
+        with errors:
+            self._agent = subprocess.Popen(
+                command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=errors, text=True
+            )
+
+    def stop(self):
+        """Ends the sandbox and everything in it."""
+        if self._agent is not None:
+            self._agent.stdin.close()
+            with contextlib.suppress(subprocess.TimeoutExpired):
+                self._agent.wait(10)
+            self._agent.kill()
+            self._agent.wait()
+            self._agent.stdout.close()
+            self._agent = None
+
+    def ask(self, **request):
+        """One request to the agent and its reply."""
+        self._agent.stdin.write(json.dumps(request) + "\n")
+        self._agent.stdin.flush()
+        line = self._agent.stdout.readline()
+        if not line:
+            raise SandboxError("the sandbox is gone: " + (self.work / "sandbox.errors").read_text())
+        reply = json.loads(line)
+        if "error" in reply:
+            raise SandboxError(f"{reply['error']} for {request}")
+        return reply
+
+    # Processes
+
+    def environment(self, traced=False):
+        """The environment of a run: nothing but what the sanitizers read."""
+        leaks = "" if not traced else ":detect_leaks=0"
+        return {
+            "PATH": "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin",
+            "LANG": "C",
+            "ASAN_OPTIONS": f"log_path=/shared/reports/address:fast_unwind_on_malloc=0{leaks}",
+            "LSAN_OPTIONS": "suppressions=/shared/lsan.supp:print_suppressions=0",
+            "UBSAN_OPTIONS": "log_path=/shared/reports/undefined:print_stacktrace=1",
+        }
+
+    def start_process(self, argv, env=None, stdin=None, traced=False, stdout=None, stderr=None, **options):
+        """Starts a program and returns at once. `stdout` and `stderr` name files inside to write to."""
+        self._count += 1
+        name = f"{self._count:02}.{pathlib.PurePath(argv[0] or 'no-name').name}"
+        out_file = self.shared / "output" / f"{name}.out"
+        err_file = self.shared / "output" / f"{name}.err"
+        out_file.touch()
+        err_file.touch()
+        environment = self.environment(traced) | (env or {})
+        reply = self.ask(
+            operation="start",
+            argv=list(argv),
+            env={key: value for key, value in environment.items() if value is not None},
+            stdin=stdin,
+            stdout=stdout or f"/shared/output/{name}.out",
+            stderr=stderr or f"/shared/output/{name}.err",
+            **options,
+        )
+        return Process(self, reply["pid"], list(argv), out_file, err_file)
+
+    def run(self, argv, timeout=RUN_SECONDS, inject=None, administrator=True, capabilities=True, **options):
+        """Runs a program to its end.
+
+        `inject` is a list of strace expressions ("clock_nanosleep:retval=0"); the result then holds the trace
+        of the named calls. Without `administrator` the program's user id is not 0; without `capabilities` it
+        is, but mode bits and read-only marks bind it as they bind anyone.
+        """
+        argv = list(argv)
+        if not administrator:
+            argv = ["unshare", "--user", "--map-user=65534", "--map-group=65534"] + argv
+        if not capabilities:
+            argv = ["setpriv", "--bounding-set=-all", "--inh-caps=-all"] + argv
+        if inject is None:
+            return self.start_process(argv, **options).wait(timeout)
+        self._count += 1
+        trace = f"{self._count:02}.trace"
+        calls = ",".join(expression.split(":")[0] for expression in inject)
+        strace = ["strace", "-f", "--seccomp-bpf", "-o", f"/shared/output/{trace}", "-e", f"trace={calls}"]
+        for expression in inject:
+            strace += ["-e", f"inject={expression}"]
+        result = self.start_process(strace + argv, traced=True, **options).wait(timeout)
+        text = (self.shared / "output" / trace).read_text(errors="replace")
+        return dataclasses.replace(result, trace=text)
+
+    def command(self, *arguments, **options):
+        """Runs tqhostdbcmd."""
+        return self.run([f"{BIN_DIR}/tqhostdbcmd", *arguments], **options)
+
+    def start_command(self, *arguments, **options):
+        """Starts tqhostdbcmd and returns at once."""
+        return self.start_process([f"{BIN_DIR}/tqhostdbcmd", *arguments], **options)
+
+    def update_without_waiting(self, *arguments, **options):
+        """Runs an update whose waits between attempts take no time; the trace tells how many there were."""
+        return self.command("-update", *arguments, inject=["clock_nanosleep:retval=0"], **options)
+
+    def wait_until_listening(self, address, port=WEB_SERVICE_PORT, timeout=20):
+        return self.ask(operation="listening", address=address, port=port, timeout=timeout)["listening"]
+
+    def running(self):
+        """Command lines of everything that runs in the sandbox now."""
+        return [entry["command"] for entry in self.ask(operation="running")["processes"]]
+
+    # Files
+
+    def path(self, inside):
+        """Where a path under /usr/torqv lies outside."""
+        return self.torqv / pathlib.PurePosixPath(inside).relative_to(INSTALL_ROOT)
+
+    def var(self, name):
+        """A file of /usr/torqv/var, seen from outside."""
+        return self.torqv / "var" / name
+
+    def cache_file(self, server="master1.example"):
+        return self.var(f"hostdb.cache.{server}")
+
+    def status_file(self, server="master1.example"):
+        return self.var(f"hostdbupdate.status.{server}")
+
+    def write_config(self, *lines):
+        """Replaces kx.conf."""
+        (self.torqv / "torquenix" / "kx.conf").write_text("".join(line + "\n" for line in lines))
+
+    def add_config(self, *lines):
+        """Adds lines to kx.conf."""
+        with open(self.torqv / "torquenix" / "kx.conf", "a", encoding="utf-8") as file:
+            file.writelines(line + "\n" for line in lines)
+
+    def write_cluster_state(self, node_clustered, clustered, active):
+        """The state that the cluster manager's triggers leave."""
+        words = {True: "YES", False: "NO"}
+        self.var("cluster.state").write_text(
+            f"NODE_CLUSTERED = {words[node_clustered]}\n"
+            f"CLUSTERED = {words[clustered]}\nACTIVE = {words[active]}\n"
+        )
+
+    def log_files(self, program="tqhostdbcmd"):
+        return sorted((self.torqv / "torquenix" / "logs" / "admin").glob(f"{program}.*.log"))
+
+    def log(self, program="tqhostdbcmd"):
+        """All entries of a program's debug log."""
+        entries = []
+        for file in self.log_files(program):
+            entries += parse_log(file.read_bytes().decode(errors="replace"))
+        return entries
+
+    def log_texts(self, level=None, program="tqhostdbcmd"):
+        return [entry.text for entry in self.log(program) if level in (None, entry.level)]
+
+    def forget_log(self, program="tqhostdbcmd"):
+        """Removes a program's log, so that the next look sees only what came after."""
+        for file in self.log_files(program):
+            file.unlink()
+
+    def remove_tool(self, name):
+        """Makes a tool missing, before the start: what stands in its place cannot be executed."""
+        blank = self.work / f"no-{name}"
+        blank.write_text("")
+        blank.chmod(0o644)
+        for folder in (self.local_sbin, self.sbin):
+            (folder / name).unlink(missing_ok=True)
+        if pathlib.Path("/usr/bin", name).exists():
+            self.extra_arguments += ["--ro-bind", str(blank), f"/usr/bin/{name}"]
+
+    def sanitizer_reports(self):
+        return [file.read_text(errors="replace") for file in sorted((self.shared / "reports").iterdir())]
+
+    # Servers and identities
+
+    def master(self, name="master1.example", folder=None):
+        """A master server with its data made, not serving yet."""
+        master = Master(self, name, folder or name)
+        master.init()
+        self.masters[folder or name] = master
+        return master
+
+    def enrol(self, master, invitation=None, fingerprint=None, cluster=False, host=None):
+        """Runs tqenroll; invitation and fingerprint are asked of the server unless they are given."""
+        if invitation is None:
+            made = master.invite(host or self.host_name, cluster)
+            invitation, fingerprint = made.text, fingerprint or made.fingerprint
+        argv = [f"{BIN_DIR}/tqenroll", "--server", master.name, "--invitation", invitation]
+        argv += ["--fingerprint", fingerprint] + (["--cluster"] if cluster else [])
+        return self.run(argv)
+
+
+@dataclasses.dataclass(frozen=True)
+class Invitation:
+    text: str
+    fingerprint: str
+
+
+class Master:
+    """A real tqmasterd on an address of its own."""
+
+    def __init__(self, sandbox, name, folder):
+        self.sandbox = sandbox
+        self.name = name
+        self.address = ADDRESSES[name]
+        self.data = f"/shared/{folder}"
+        self.data_outside = sandbox.shared / folder
+        self.process = None
+
+    def _run(self, *arguments):
+        result = self.sandbox.run([f"{BIN_DIR}/tqmasterd", *arguments])
+        if result.status != 0:
+            raise SandboxError(f"tqmasterd {shlex.join(arguments)}: {result.status}\n{result.out}{result.err}")
+        return result
+
+    def init(self):
+        return self._run("init", "--data", self.data, "--name", self.name)
+
+    def serve(self):
+        """Starts serving and waits until it listens."""
+        argv = [f"{BIN_DIR}/tqmasterd", "serve", "--data", self.data, "--listen", self.address]
+        self.process = self.sandbox.start_process(argv)
+        if not self.sandbox.wait_until_listening(self.address):
+            raise SandboxError(f"{self.name} does not listen:\n{self.process.errors()}")
+        return self
+
+    def stop(self):
+        result = self.process.stop()
+        self.process = None
+        return result
+
+    def invite(self, host, cluster=False):
+        arguments = ["invite", "--data", self.data, "--host", host] + (["--cluster"] if cluster else [])
+        printed = self._run(*arguments).out
+        fields = dict(re.findall(r"^\s*(invitation|fingerprint)\s*[:=]\s*(\S+)\s*$", printed, re.I | re.M))
+        fields = {key.lower(): value for key, value in fields.items()}
+        return Invitation(fields["invitation"], fields["fingerprint"])
+
+    def revoke(self, host):
+        return self._run("revoke", "--data", self.data, "--host", host)
+
+
+class ScriptedServer:
+    """A TLS server in Python at a master server's address that answers as a test tells it to.
+
+    It shows the certificate of a master server's data, and keeps every request that it was sent.
+    """
+
+    def __init__(self, sandbox, master, script, certificate_of=None):
+        self.sandbox = sandbox
+        self.master = master
+        self.certificate_of = certificate_of or master
+        self.files = f"scripted.{master.name}"
+        self.process = None
+        (sandbox.shared / f"{self.files}.script").write_text(json.dumps(script))
+        (sandbox.shared / f"{self.files}.requests").touch()
+
+    def __enter__(self):
+        argv = ["/usr/bin/python3", "-I", "/tests/scripted_server.py", "--listen", self.master.address]
+        argv += ["--script", f"/shared/{self.files}.script", "--requests", f"/shared/{self.files}.requests"]
+        argv += ["--data", self.certificate_of.data]
+        self.process = self.sandbox.start_process(argv)
+        if not self.sandbox.wait_until_listening(self.master.address):
+            raise SandboxError(f"the scripted server does not listen:\n{self.process.errors()}")
+        return self
+
+    def __exit__(self, *_exception):
+        self.process.signal(signal.SIGKILL)
+        self.process.wait(10)
+
+    def requests(self):
+        """What arrived: dictionaries of method, path, headers, body and the client's host name."""
+        text = (self.sandbox.shared / f"{self.files}.requests").read_text()
+        return [json.loads(line) for line in text.splitlines()]
+
+    def seen(self):
+        """Method and path of each request, those for tokens left out."""
+        return [
+            (request["method"], request["path"])
+            for request in self.requests()
+            if not request["path"].endswith("/security/tokens")
+        ]
+
+
+def raw_answer(data):
+    """An answer of exactly these bytes for a scripted server."""
+    return {"raw": base64.b64encode(data).decode()}
