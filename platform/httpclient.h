@@ -55,10 +55,14 @@ public:
     /// keeps the old one.
     int refreshToken();
 
-    std::int64_t httpStatus = 0; ///< status of the last answer
-    std::string responseBody;    ///< body of the last answer, as received (decoded when it came compressed)
+    /// Of the last answer; 0 and empty after a request that failed.
+    std::int64_t httpStatus = 0;
+    std::string responseBody; ///< as received, decoded when it came compressed
 
 private:
     struct Connection;
+
+    int exchange(const char* method, const std::string& path, const std::string* body, const char* context);
+
     std::unique_ptr<Connection> connection_;
 };

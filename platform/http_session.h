@@ -1,0 +1,91 @@
+/// Requests to one server over one connection, under the trust that the caller names.
+#pragma once
+
+#include "platform/curl_handle.h"
+#include "platform/http_status.h"
+
+#include <array>
+#include <cstdint>
+#include <string>
+
+namespace tq {
+
+/// Whom a session trusts, and what it shows of itself.
+struct TlsTrust {
+    std::string authoritiesFile; ///< PEM file of the authorities; empty when `authoritiesPem` holds them
+    std::string authoritiesPem;
+    std::string certificateFile; ///< own certificate (PEM); empty to show none
+    std::string privateKeyFile;
+};
+
+struct HttpRequest {
+    const char* method = "GET";        ///< GET, PUT, POST, DELETE
+    std::string path;                  ///< relative to the service's root, see encodePath()
+    const std::string* body = nullptr; ///< JSON text; null for none
+    std::string token;                 ///< access token; empty to send none
+};
+
+struct HttpReply {
+    std::int64_t status = 0;
+    std::string body;
+};
+
+/// Outcome of a request or connection: 0 when the server answered, else 25 or 7620 to 7626 with the cause in
+/// plain words, libcurl's own in brackets behind them.
+struct TransferResult {
+    int status = 0;
+    std::string cause;
+};
+
+/// The result that a fault and libcurl's words make.
+TransferResult transferResult(const TransferFault& fault, const char* words);
+
+/// Bytes of headers that a reply may have, those of interim replies included.
+inline constexpr std::size_t MAX_HEADER_BYTES = 64 * 1024;
+
+/// One libcurl handle. Its requests go to one server, one after the other over one connection while the
+/// server keeps that open. The server's name must stand in its certificate's subject alternative names, in
+/// full: neither a common name nor a wildcard counts. Not copyable and not movable: libcurl holds pointers
+/// to it.
+class HttpSession {
+public:
+    /// Connects nothing. `server` is a name or a numeric address.
+    HttpSession(const std::string& server, int port, const TlsTrust& trust, const WebLimits& limits);
+    HttpSession(const HttpSession&) = delete;
+    HttpSession& operator=(const HttpSession&) = delete;
+    ~HttpSession() = default;
+
+    /// Sends one request once and waits for the reply within the limits. `reply` is set on success only.
+    TransferResult send(const HttpRequest& request, HttpReply& reply);
+
+private:
+    /// One transfer as libcurl's callbacks see it.
+    struct Transfer {
+        std::string body;
+        std::uint64_t maxBodyBytes = 0;
+        std::size_t headerBytes = 0;
+        int requestsSent = 0;
+        bool overLimit = false;
+        bool repeatRefused = false;
+    };
+
+    static std::size_t takeBody(char* data, std::size_t size, std::size_t count, void* transfer);
+    static std::size_t takeHeader(char* data, std::size_t size, std::size_t count, void* transfer);
+    static int allowRequest(void* transfer, char*, char*, int, int);
+    static CURLcode requireName(CURL* handle, void* sslContext, void* server);
+
+    bool setTrust(const TlsTrust& trust);
+    bool setCallbacks();
+    bool setRequest(const HttpRequest& request, curl_slist* headers);
+
+    std::string server_;
+    std::string baseUrl_;
+    CurlHandle handle_;
+    std::uint64_t maxReplyBytes_;
+    std::string setUpFault_; ///< why no request can be made; empty when all is well
+    std::string url_;
+    Transfer transfer_;
+    std::array<char, CURL_ERROR_SIZE> words_{};
+};
+
+} // namespace tq
