@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 #include <sys/types.h>
+#include <vector>
 
 namespace tq {
 
@@ -31,15 +32,24 @@ private:
 inline constexpr std::size_t OWN_FILE_MAX_BYTES = std::size_t{16} << 20;
 
 /// Opens a file that the system itself writes, with O_CLOEXEC, O_NOFOLLOW and O_NONBLOCK added to `flags`.
-/// It must be a regular file; O_TRUNC takes effect only after that is known. Not open on failure, with errno
-/// set (a link gives ELOOP, anything else that is not regular EINVAL) and one level-16 entry with path and
-/// cause, except for a file that is simply absent (ENOENT), which is the caller's to report.
+/// It must be a regular file under one name; O_TRUNC takes effect only after that is known. Not open on
+/// failure, with errno set (a link gives ELOOP, a file with a second hard link EMLINK, anything else that is
+/// not regular EINVAL) and one level-16 entry with path and cause, except for a file that is simply absent
+/// (ENOENT), which is the caller's to report. With a null context the caller reports every failure.
 FileDescriptor openOwnFile(const std::string& path, int flags, mode_t mode, const char* context);
 
 /// Whole text of a file that the system only reads: links are followed, but it must lead to a regular file.
 /// Absent with errno set when it cannot be opened or is larger than `maxBytes` (EFBIG); `readFailed` tells a
 /// file that was opened but could not be read.
 std::optional<std::string> readFile(const std::string& path, std::size_t maxBytes, bool* readFailed);
+
+/// The rest of an open file. Absent with errno set when it cannot be read or is larger than `maxBytes`
+/// (EFBIG).
+std::optional<std::string> readRest(int descriptor, std::size_t maxBytes);
+
+/// Why a file could not be opened, read or written, in words: those of the rules above for the numbers that
+/// they give, else the system's text for an error number.
+std::string fileFault(int error);
 
 /// Writes all of `text`. False with errno set when it could not.
 [[nodiscard]] bool writeAll(int descriptor, std::string_view text);
@@ -50,5 +60,12 @@ std::optional<std::string> readFile(const std::string& path, std::size_t maxByte
 /// and cause; the old file is then untouched.
 [[nodiscard]] bool replaceFile(const std::string& path, std::string_view text, mode_t mode,
                                const char* context);
+
+/// Names in a directory but "." and "..", in no order; none when it cannot be read.
+std::vector<std::string> listDirectory(const std::string& directory);
+
+/// Makes what was created, renamed or removed in a directory last through a power cut. False with errno set;
+/// a file system that cannot do it counts as done.
+bool syncDirectory(const std::string& directory);
 
 } // namespace tq

@@ -1,9 +1,9 @@
 /// The identity store on disk: /usr/torqv/var/identity/identity.json and the files that it names.
 ///
 /// Statuses here: 7610 there is no store; 7611 the store is damaged, of a newer version, unreadable, or it or
-/// its directory is unsafe; 7612 it holds no such identity; 14 it could not be written. Every 7611 and 14 has
-/// written one level-16 entry that names file and cause; `cause` (may be null) receives the same words
-/// for a program that shows them to its user, and is touched on failure only.
+/// its directory is unsafe; 7612 it holds no such identity; 14 it could not be written; 20 an argument could
+/// not be read back. Every 7611, 14 and 20 writes a level-16 entry that names file and cause; `cause` (may be
+/// null) receives the same words then, for a program that shows them to its user.
 #pragma once
 
 #include "platform/identity.h"
@@ -66,9 +66,10 @@ const char* certTypeName(cert_type certType);
 /// The file names of `identity` are not read: the texts are stored under fresh names, and the store is
 /// replaced last, so that certificate and key that belong together take effect together and a killed process
 /// leaves the old identity whole. What killed processes left behind is removed. `stored` (may be null)
-/// receives the identity with its file names. Entries and keys that this release does not know stay.
-/// One change at a time: waits up to 10 s for another one. Returns 0, 20 for an identity that could not be
-/// read back (bad server name, type or an empty text), 7611 or 14.
+/// receives the identity with its file names. Other entries stay as they are, with keys that this release
+/// does not know. A damaged store is not overwritten. One change at a time: waits up to 10 s for another one.
+/// Returns 0, 20 for an identity that could not be read back (bad server name, type or an empty text), 7611
+/// or 14.
 [[nodiscard]] int saveIdentity(const Identity& identity, const IdentityPem& pem, Identity* stored = nullptr,
                                std::string* cause = nullptr);
 

@@ -1,0 +1,215 @@
+#include "platform/file_io.h"
+
+#include "platform/debuglog.h"
+#include "platform/stale_files.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <dirent.h>
+#include <fcntl.h>
+#include <memory>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+#include <utility>
+
+namespace tq {
+namespace {
+
+/// What the temporary names of replaceFile begin with; short, so that any base name has room beside it.
+constexpr const char* TEMPORARY_PREFIX = ".tq-new.";
+
+constexpr std::size_t READ_BLOCK = 65536;
+
+struct DirectoryRelease {
+    void operator()(DIR* directory) const { closedir(directory); }
+};
+
+std::string directoryOf(const std::string& path)
+{
+    const std::size_t slash = path.rfind('/');
+    if (slash == std::string::npos)
+        return ".";
+    return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+/// Whether an open descriptor is a file that the system may take for its own; errno tells why not.
+bool isOwnFile(int descriptor)
+{
+    struct stat status {};
+    if (fstat(descriptor, &status) != 0)
+        return false;
+    if (!S_ISREG(status.st_mode))
+        errno = EINVAL;
+    else if (status.st_nlink > 1)
+        errno = EMLINK; // writing here would write into a file elsewhere
+    else
+        return true;
+    return false;
+}
+
+FileDescriptor openRegular(const std::string& path, int flags, mode_t mode)
+{
+    const int safeFlags = (flags & ~O_TRUNC) | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
+    FileDescriptor file(open(path.c_str(), safeFlags, mode));
+    if (!file) {
+        if (errno == ENXIO || errno == EISDIR)
+            errno = EINVAL; // how open() puts it that a fifo, socket or folder stands there
+        return file;
+    }
+    if (isOwnFile(file.get()) && ((flags & O_TRUNC) == 0 || ftruncate(file.get(), 0) == 0))
+        return file;
+    const int cause = errno;
+    file.reset();
+    errno = cause;
+    return file;
+}
+
+/// Writes a new file completely and syncs it. False with errno set.
+bool writeNewFile(const std::string& path, std::string_view text, mode_t mode)
+{
+    FileDescriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
+    if (!file || !writeAll(file.get(), text) || fsync(file.get()) != 0)
+        return false;
+    // Linux has closed the descriptor even when it says EINTR.
+    return close(file.release()) == 0 || errno == EINTR;
+}
+
+} // namespace
+
+FileDescriptor& FileDescriptor::operator=(FileDescriptor&& other) noexcept
+{
+    if (this != &other)
+        reset(other.release());
+    return *this;
+}
+
+int FileDescriptor::release()
+{
+    return std::exchange(fd_, -1);
+}
+
+void FileDescriptor::reset(int descriptor)
+{
+    if (fd_ >= 0)
+        close(fd_);
+    fd_ = descriptor;
+}
+
+FileDescriptor openOwnFile(const std::string& path, int flags, mode_t mode, const char* context)
+{
+    FileDescriptor file = openRegular(path, flags, mode);
+    if (!file && errno != ENOENT && context) {
+        const int cause = errno;
+        LogLine(LogLevel::error, context) << "Unable to open " << path << ": " << fileFault(cause);
+        errno = cause;
+    }
+    return file;
+}
+
+std::optional<std::string> readFile(const std::string& path, std::size_t maxBytes, bool* readFailed)
+{
+    if (readFailed)
+        *readFailed = false;
+    const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    struct stat status {};
+    if (!file || fstat(file.get(), &status) != 0)
+        return std::nullopt;
+    if (!S_ISREG(status.st_mode)) {
+        errno = EINVAL;
+        return std::nullopt;
+    }
+    if (status.st_size > 0 && static_cast<std::size_t>(status.st_size) > maxBytes) {
+        errno = EFBIG;
+        return std::nullopt;
+    }
+    std::optional<std::string> text = readRest(file.get(), maxBytes);
+    if (!text && readFailed)
+        *readFailed = errno != EFBIG;
+    return text;
+}
+
+std::optional<std::string> readRest(int descriptor, std::size_t maxBytes)
+{
+    std::string text;
+    while (text.size() <= maxBytes) {
+        const std::size_t length = text.size();
+        const std::size_t block = std::min(READ_BLOCK, maxBytes - length + 1);
+        text.resize(length + block);
+        const ssize_t got = read(descriptor, text.data() + length, block);
+        text.resize(length + static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
+        if (got == 0)
+            return text;
+        if (got < 0 && errno != EINTR)
+            return std::nullopt;
+    }
+    errno = EFBIG;
+    return std::nullopt;
+}
+
+std::string fileFault(int error)
+{
+    switch (error) {
+    case ELOOP:
+        return "it is a symbolic link";
+    case EMLINK:
+        return "it has a second hard link";
+    case EINVAL:
+        return "it is not a regular file";
+    case EFBIG:
+        return "it is too large";
+    default:
+        return std::generic_category().message(error);
+    }
+}
+
+bool writeAll(int descriptor, std::string_view text)
+{
+    while (!text.empty()) {
+        const ssize_t written = write(descriptor, text.data(), text.size());
+        if (written > 0)
+            text.remove_prefix(static_cast<std::size_t>(written));
+        else if (written == 0 || errno != EINTR) {
+            errno = written == 0 ? EIO : errno;
+            return false;
+        }
+    }
+    return true;
+}
+
+bool replaceFile(const std::string& path, std::string_view text, mode_t mode, const char* context)
+{
+    const std::string directory = directoryOf(path);
+    removeStaleFiles(directory, TEMPORARY_PREFIX, -1);
+    const std::string temporary = directory + "/" + uniqueFileName(TEMPORARY_PREFIX);
+    if (!writeNewFile(temporary, text, mode) || rename(temporary.c_str(), path.c_str()) != 0) {
+        const int cause = errno;
+        unlink(temporary.c_str());
+        LogLine(LogLevel::error, context) << "Unable to write " << path << ": " << fileFault(cause);
+        errno = cause;
+        return false;
+    }
+    if (!syncDirectory(directory)) // the new file stands, so this is no failure towards the caller
+        LogLine(LogLevel::warning, context) << "Unable to sync " << directory << ": " << fileFault(errno);
+    return true;
+}
+
+std::vector<std::string> listDirectory(const std::string& directory)
+{
+    std::vector<std::string> names;
+    const std::unique_ptr<DIR, DirectoryRelease> entries(opendir(directory.c_str()));
+    while (const dirent* entry = entries ? readdir(entries.get()) : nullptr) {
+        const std::string_view name = entry->d_name;
+        if (name != "." && name != "..")
+            names.emplace_back(name);
+    }
+    return names;
+}
+
+bool syncDirectory(const std::string& directory)
+{
+    const FileDescriptor opened(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return opened && (fsync(opened.get()) == 0 || errno == EINVAL || errno == EROFS);
+}
+
+} // namespace tq

@@ -1,0 +1,261 @@
+#include "platform/file_io.h"
+#include "platform/identity_document.h"
+#include "platform/identity_store.h"
+#include "platform/lockfile.h"
+#include "platform/paths.h"
+#include "platform/server_name.h"
+#include "platform/stale_files.h"
+#include "platform/status.h"
+
+#include <cerrno>
+#include <optional>
+#include <set>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+namespace tq {
+namespace {
+
+constexpr const char* CONTEXT = "identityStore";
+constexpr mode_t FILE_MODE = 0600;
+
+/// How long a change waits for another one to end.
+constexpr int LOCK_TRIES = 1000;
+constexpr int LOCK_WAIT_MS = 10;
+
+/// Random bytes that tell the files of one enrolment from those of the next.
+constexpr std::size_t GENERATION_BYTES = 8;
+
+constexpr std::string_view FILE_ENDINGS[] = {".crt", ".key", ".ca"};
+constexpr std::string_view FILE_BEGINNINGS[] = {"host.", "cluster."};
+constexpr std::string_view TOKEN_BEGINNINGS[] = {"token.host.", "token.cluster."};
+
+std::string inStore(const std::string& name)
+{
+    return std::string(TQ_IDENTITY_DIR) + "/" + name;
+}
+
+int writeFailure(const std::string& path, std::string* cause)
+{
+    // replaceFile has written the entry.
+    if (cause)
+        *cause = "Unable to write " + path + ": " + fileFault(errno);
+    return EC_file_write_failed;
+}
+
+bool startsWithOneOf(std::string_view name, const std::string_view (&beginnings)[2])
+{
+    return name.substr(0, beginnings[0].size()) == beginnings[0] ||
+           name.substr(0, beginnings[1].size()) == beginnings[1];
+}
+
+/// Whether a name is one that nameFiles makes.
+bool isGenerationFile(std::string_view name)
+{
+    if (!startsWithOneOf(name, FILE_BEGINNINGS))
+        return false;
+    for (const std::string_view ending : FILE_ENDINGS) {
+        if (name.size() <= ending.size() || name.substr(name.size() - ending.size()) != ending)
+            continue;
+        const std::string_view stem = name.substr(0, name.size() - ending.size());
+        const std::size_t dot = stem.rfind('.');
+        const std::string_view generation = stem.substr(dot + 1);
+        return generation.size() == 2 * GENERATION_BYTES &&
+               generation.find_first_not_of("0123456789abcdef") == std::string_view::npos;
+    }
+    return false;
+}
+
+void nameFiles(Identity& identity)
+{
+    const std::string stem = std::string(certTypeName(identity.certType)) + "." + identity.server + "." +
+                             randomHex(GENERATION_BYTES);
+    identity.certificate = stem + ".crt";
+    identity.privateKey = stem + ".key";
+    identity.caCertificates = stem + ".ca";
+}
+
+/// All names that the entries of a document hold or stand for, whether they are usable or not.
+std::set<std::string> namedFiles(const IdentityDocument& document)
+{
+    std::set<std::string> names;
+    const json_t* entries = identityArray(document);
+    for (std::size_t i = 0; i < json_array_size(entries); ++i) {
+        const json_t* entry = json_array_get(entries, i);
+        for (const char* key : {"certificate", "privateKey", "caCertificates"}) {
+            if (const char* name = json_string_value(json_object_get(entry, key)))
+                names.insert(name);
+        }
+        const char* server = json_string_value(json_object_get(entry, "server"));
+        const char* type = json_string_value(json_object_get(entry, "certType"));
+        if (server && type)
+            names.insert(std::string("token.") + type + "." + server);
+    }
+    return names;
+}
+
+/// Removes every file of an identity that `kept` does not name: those of `former` names, and those that
+/// killed processes left under names that are made here.
+void removeFilesBeyond(const std::set<std::string>& kept, std::set<std::string> former)
+{
+    for (const std::string& name : listDirectory(TQ_IDENTITY_DIR)) {
+        if (isGenerationFile(name) || startsWithOneOf(name, TOKEN_BEGINNINGS))
+            former.insert(name);
+    }
+    for (const std::string& name : former) {
+        if (kept.count(name) == 0 && !identityFileFault(name))
+            unlink(inStore(name).c_str());
+    }
+}
+
+/// Takes the entries of a server and type out of a document. Returns where the first stood.
+std::optional<std::size_t> takeOut(const IdentityDocument& document, const std::string& server,
+                                   cert_type certType)
+{
+    std::optional<std::size_t> place;
+    json_t* entries = identityArray(document);
+    for (std::size_t i = json_array_size(entries); i > 0; --i) {
+        if (isIdentityEntry(json_array_get(entries, i - 1), server, certType)) {
+            json_array_remove(entries, i - 1);
+            place = i - 1;
+        }
+    }
+    return place;
+}
+
+int writeDocument(const IdentityDocument& document, std::string* cause)
+{
+    const JsonText text(json_dumps(document.json.get(), JSON_INDENT(2)));
+    if (!text)
+        return identityFailure(EC_file_write_failed, IDENTITY_STORE_FILE + ": out of memory", cause);
+    if (!replaceFile(IDENTITY_STORE_FILE, std::string(text.get()) + "\n", FILE_MODE, CONTEXT))
+        return writeFailure(IDENTITY_STORE_FILE, cause);
+    return EC_success;
+}
+
+int deleteStore(std::string* cause)
+{
+    if (unlink(IDENTITY_STORE_FILE.c_str()) != 0)
+        return identityFailure(EC_file_write_failed,
+                               "Unable to remove " + IDENTITY_STORE_FILE + ": " + fileFault(errno), cause);
+    syncDirectory(TQ_IDENTITY_DIR);
+    return EC_success;
+}
+
+int writePem(const Identity& identity, const IdentityPem& pem, std::string* cause)
+{
+    const IdentityFiles files = identityFiles(identity);
+    const std::pair<const std::string&, const std::string&> contents[] = {
+        {files.privateKey, pem.privateKey},
+        {files.certificate, pem.certificate},
+        {files.caCertificates, pem.caCertificates},
+    };
+    for (const auto& [path, text] : contents) {
+        if (!replaceFile(path, text, FILE_MODE, CONTEXT))
+            return writeFailure(path, cause);
+    }
+    return EC_success;
+}
+
+/// Why an identity could not be read back once it is stored; an empty text for a good one.
+std::string whyNotStorable(const Identity& identity, const IdentityPem& pem)
+{
+    if (const char* why = serverNameFault(identity.server))
+        return std::string("the server's name is refused: ") + why;
+    if (*certTypeName(identity.certType) == '\0')
+        return "it is neither a host's nor a cluster's";
+    if (identity.caMode < CA_USAGE_INTERNAL || identity.caMode > CA_USAGE_NONE)
+        return "its certificate-authority mode is unknown";
+    if (identity.hostId.empty() || identity.hostName.empty())
+        return "it has no host identifier or no host name";
+    if (pem.certificate.empty() || pem.privateKey.empty() || pem.caCertificates.empty())
+        return "its certificate, key or authority is empty";
+    return identityToJson(identity) ? "" : "one of its texts is not UTF-8 or holds a NUL";
+}
+
+int lockFailure(std::string* cause)
+{
+    return identityFailure(EC_file_write_failed,
+                           "Unable to lock " + IDENTITY_LOCK_FILE + ", or another change is still running",
+                           cause);
+}
+
+int makeDirectory(const char* path, mode_t mode, std::string* cause)
+{
+    if (mkdir(path, mode) == 0 || errno == EEXIST)
+        return EC_success;
+    return identityFailure(EC_file_write_failed,
+                           std::string("Unable to make ") + path + ": " + fileFault(errno), cause);
+}
+
+} // namespace
+
+int makeIdentityDirectory(std::string* cause)
+{
+    if (const int status = makeDirectory(TQ_VAR_DIR, 0755, cause); status != EC_success)
+        return status;
+    if (const int status = makeDirectory(TQ_IDENTITY_DIR, 0700, cause); status != EC_success)
+        return status;
+    syncDirectory(TQ_INSTALL_DIR);
+    syncDirectory(TQ_VAR_DIR);
+    return checkIdentityDirectory(cause);
+}
+
+int saveIdentity(const Identity& identity, const IdentityPem& pem, Identity* stored, std::string* cause)
+{
+    if (const std::string why = whyNotStorable(identity, pem); !why.empty())
+        return identityFailure(EC_invalid_argument, "Unable to store an identity: " + why, cause);
+    if (const int status = makeIdentityDirectory(cause); status != EC_success)
+        return status;
+    const TQLockFile lock(IDENTITY_LOCK_FILE, LOCK_TRIES, LOCK_WAIT_MS);
+    if (lock.fd == -1)
+        return lockFailure(cause);
+    IdentityDocument document = newIdentityDocument();
+    const int readStatus = readIdentityDocument(document, cause);
+    if (readStatus != EC_success && readStatus != EC_identity_store_missing)
+        return readStatus;
+
+    Identity added = identity;
+    nameFiles(added);
+    const std::set<std::string> before = namedFiles(document);
+    const std::size_t place =
+        takeOut(document, added.server, added.certType).value_or(json_array_size(identityArray(document)));
+    std::set<std::string> after = namedFiles(document); // an old token, though of the same name, is not kept
+    after.insert({added.certificate, added.privateKey, added.caCertificates});
+    json_array_insert_new(identityArray(document), place, identityToJson(added).release());
+
+    int status = writePem(added, pem, cause);
+    if (status == EC_success)
+        status = writeDocument(document, cause);
+    if (status != EC_success) {
+        removeFilesBeyond(before, before);
+        return status;
+    }
+    removeFilesBeyond(after, before);
+    if (stored)
+        *stored = added;
+    return EC_success;
+}
+
+int removeIdentity(const std::string& server, cert_type certType, std::string* cause)
+{
+    if (const int status = checkIdentityDirectory(cause); status != EC_success)
+        return status;
+    const TQLockFile lock(IDENTITY_LOCK_FILE, LOCK_TRIES, LOCK_WAIT_MS);
+    if (lock.fd == -1)
+        return lockFailure(cause);
+    IdentityDocument document;
+    if (const int status = readIdentityDocument(document, cause); status != EC_success)
+        return status;
+    const std::set<std::string> before = namedFiles(document);
+    if (!takeOut(document, server, certType))
+        return EC_identity_not_found;
+    const bool empty = json_array_size(identityArray(document)) == 0;
+    if (const int status = empty ? deleteStore(cause) : writeDocument(document, cause); status != EC_success)
+        return status;
+    removeFilesBeyond(namedFiles(document), before);
+    return EC_success;
+}
+
+} // namespace tq
