@@ -1,6 +1,7 @@
 /// Installed product version, shell commands with captured output, and small probes of the host.
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 namespace tqclntdb_utils {
@@ -35,12 +36,13 @@ bool isHostTQUnixClient();
 /// Returns 0, or 7500 when there is no version at all.
 int getTQInstalledVersionStr(std::string& out);
 
-/// Version of a version file, normalised as above. Returns 0; 7501 the file cannot be opened; 13 it holds no
-/// usable version line.
+/// Version of a version file, normalised as above, from its first line that begins with "VERSION". Returns 0;
+/// 7501 the file cannot be opened (absent, a folder, a device, over 16 MiB); 13 it holds no usable version
+/// line.
 int readTorquenixVersionFile(const std::string& path, std::string& out);
 
 /// The same for /usr/torqv/torquenix/bin/version, whose first line has a form of its own
-/// ("Torquenix-Linux_x86 9.1.0.1").
+/// ("Torquenix-Linux_x86 9.1.0.1"). Whatever follows the number on its line stays.
 int readUnixTorquenixBinVersionFile(std::string& out);
 
 /// A version text "product_a.b.c.d.e.f" as a number that orders releases; only the last two digits of a and

@@ -1,0 +1,206 @@
+#include "utils/tqclntdb_utils.h"
+
+#include "tests/fakes/platform/fake_platform.h"
+
+#include <chrono>
+#include <csignal>
+#include <gmock/gmock.h>
+#include <sstream>
+#include <sys/resource.h>
+#include <vector>
+
+namespace {
+
+using fakes::LogEntry;
+using fakes::platform;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using tqclntdb_utils::run_command_and_capture_output;
+
+constexpr const char* CONTEXT = "tqclntdb_utils::run_command_and_capture_output";
+
+class RunCommandAndCaptureOutput : public testing::Test {
+protected:
+    void SetUp() override { fakes::reset(); }
+
+    int run(const std::string& command, int retries = 0, int waitMs = 0)
+    {
+        return run_command_and_capture_output(command.c_str(), output, &status, retries, waitMs);
+    }
+
+    std::string output = "old text";
+    int status = 0;
+};
+
+TEST_F(RunCommandAndCaptureOutput, GivesOutputAndExitCodeAndOneEntry)
+{
+    EXPECT_EQ(run("printf 'a\\nb'"), 0);
+    EXPECT_EQ(output, "a\nb");
+    EXPECT_EQ(status, 0);
+    EXPECT_THAT(platform().log, ElementsAre(LogEntry{2, "Command execution finished.", CONTEXT}));
+}
+
+TEST_F(RunCommandAndCaptureOutput, StandardErrorIsNotCaptured)
+{
+    testing::internal::CaptureStderr();
+    const int result = run("echo captured; echo not captured >&2");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "not captured\n");
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(output, "captured\n");
+}
+
+TEST_F(RunCommandAndCaptureOutput, MissingCommandOrStatusIs20AndLeavesTheOutput)
+{
+    EXPECT_EQ(run_command_and_capture_output(nullptr, output, &status, 0, 0), 20);
+    EXPECT_EQ(run_command_and_capture_output("true", output, nullptr, 0, 0), 20);
+    EXPECT_EQ(output, "old text");
+    EXPECT_THAT(platform().log, IsEmpty());
+}
+
+TEST_F(RunCommandAndCaptureOutput, CommandOfExactly8092CharactersRuns)
+{
+    std::string command = "printf x #";
+    command.resize(8092, 'y');
+    EXPECT_EQ(run(command), 0);
+    EXPECT_EQ(output, "x");
+}
+
+TEST_F(RunCommandAndCaptureOutput, CommandOf8093CharactersIsRefusedWith7281)
+{
+    std::string command = "printf x #";
+    command.resize(8093, 'y');
+    status = 42;
+    EXPECT_EQ(run(command), 7281);
+    EXPECT_EQ(output, "");
+    EXPECT_EQ(status, 42);
+    EXPECT_THAT(platform().log,
+                ElementsAre(LogEntry{16, "Command line exceeds maximum allowed length of [8092] characters.",
+                                     CONTEXT}));
+}
+
+TEST_F(RunCommandAndCaptureOutput, TooLongCommandIsRefusedBeforeTheRetryCountIsLookedAt)
+{
+    EXPECT_EQ(run(std::string(9000, 'x'), -1), 7281);
+}
+
+TEST_F(RunCommandAndCaptureOutput, NegativeRetryCountRunsNothingAndIsZero)
+{
+    status = 42;
+    EXPECT_EQ(run("printf x", -1), 0);
+    EXPECT_EQ(output, "");
+    EXPECT_EQ(status, 42);
+    EXPECT_THAT(platform().log, IsEmpty());
+}
+
+TEST_F(RunCommandAndCaptureOutput, ThreeHundredCharactersWithoutALineEndAreCapturedWhole)
+{
+    EXPECT_EQ(run("head -c 300 /dev/zero | tr '\\0' z"), 0);
+    EXPECT_EQ(output, std::string(300, 'z'));
+}
+
+TEST_F(RunCommandAndCaptureOutput, NulsInTheOutputAreKept)
+{
+    EXPECT_EQ(run("printf 'a\\0b\\0'"), 0);
+    EXPECT_EQ(output, std::string("a\0b\0", 4));
+}
+
+TEST_F(RunCommandAndCaptureOutput, BytesThatAreNoTextAndALongLineAreKept)
+{
+    EXPECT_EQ(run("printf '\\377\\376'; head -c 10000000 /dev/zero | tr '\\0' w"), 0);
+    EXPECT_EQ(output.size(), 10000002U);
+    EXPECT_EQ(output.substr(0, 3), "\377\376w");
+}
+
+TEST_F(RunCommandAndCaptureOutput, ExitCode3WithRetries2AndStep100RunsThreeTimesWithSleepsOf100And200)
+{
+    EXPECT_EQ(run("date +%s%N; exit 3", 2, 100), 0);
+    EXPECT_EQ(status, 3);
+
+    std::vector<long long> startsNs;
+    std::istringstream lines(output);
+    for (long long start = 0; lines >> start;)
+        startsNs.push_back(start);
+    ASSERT_EQ(startsNs.size(), 3U) << "the output holds the text of all three runs: " << output;
+    EXPECT_GE(startsNs[1] - startsNs[0], 100'000'000);
+    EXPECT_GE(startsNs[2] - startsNs[1], 200'000'000);
+    EXPECT_LT(startsNs[1] - startsNs[0], 200'000'000) << "the first wait is one step";
+
+    const LogEntry finished{2, "Command execution finished.", CONTEXT};
+    const LogEntry retrying{2, "Command [date +%s%N; exit 3] failed. Retrying...", CONTEXT};
+    EXPECT_THAT(platform().log, ElementsAre(finished, retrying, finished, retrying, finished));
+}
+
+TEST_F(RunCommandAndCaptureOutput, OutputIsNotEmptiedBetweenAttempts)
+{
+    EXPECT_EQ(run("mkdir /tmp/second_time 2>/dev/null && echo first && exit 1; echo second", 5, 1), 0);
+    EXPECT_EQ(output, "first\nsecond\n");
+    EXPECT_EQ(status, 0);
+}
+
+TEST_F(RunCommandAndCaptureOutput, FailureWithoutRetriesIsToldByTheStatusAlone)
+{
+    EXPECT_EQ(run("echo text; exit 127"), 0);
+    EXPECT_EQ(status, 127);
+    EXPECT_EQ(output, "text\n");
+}
+
+TEST_F(RunCommandAndCaptureOutput, MissingToolHasTheShellsExitCode)
+{
+    EXPECT_EQ(run("/no/such/tool 2>/dev/null"), 0);
+    EXPECT_EQ(status, 127);
+}
+
+TEST_F(RunCommandAndCaptureOutput, DeathByASignalHasExitCodeZero)
+{
+    EXPECT_EQ(run("printf x; kill -9 $$"), 0);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(output, "x");
+}
+
+TEST_F(RunCommandAndCaptureOutput, CommandThatCannotBeStartedIs7247WithStatusMinusOne)
+{
+    rlimit saved{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &saved), 0);
+    const rlimit none{0, saved.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    const int result = run("printf x");
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &saved), 0);
+
+    EXPECT_EQ(result, 7247);
+    EXPECT_EQ(status, -1);
+    EXPECT_EQ(output, "");
+    EXPECT_THAT(platform().texts(CONTEXT), IsEmpty());
+}
+
+TEST_F(RunCommandAndCaptureOutput, ReadingThatStopsBeforeTheEndIs7250WithStatusMinusOne)
+{
+    const auto before = std::chrono::steady_clock::now();
+    EXPECT_EQ(run("head -c 67200000 /dev/zero; sleep 60"), 7250);
+    EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(20));
+    EXPECT_EQ(status, -1);
+    EXPECT_LE(output.size(), 64U << 20);
+    EXPECT_TRUE(platform().logged(16, "Unable to successfully finish command execution.", CONTEXT));
+    EXPECT_FALSE(platform().logged(2, "Command execution finished.", CONTEXT));
+}
+
+TEST_F(RunCommandAndCaptureOutput, StatusKeepsItsValueWhenClosingReportsAnError)
+{
+    // With SIGCHLD ignored the kernel keeps no exit status, so that closing the pipe fails.
+    const auto saved = std::signal(SIGCHLD, SIG_IGN);
+    status = 42;
+    const int result = run("printf x; exit 3");
+    (void)std::signal(SIGCHLD, saved);
+
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(status, 42);
+    EXPECT_EQ(output, "x");
+}
+
+TEST_F(RunCommandAndCaptureOutput, NegativeWaitDoesNotWait)
+{
+    EXPECT_EQ(run("exit 1", 2, -1000), 0);
+    EXPECT_EQ(status, 1);
+}
+
+} // namespace
