@@ -15,6 +15,10 @@ inline constexpr const char* TQ_CONFIG_FILE = TQ_INSTALL_ROOT "/torquenix/kx.con
 inline constexpr const char* TQ_LOG_DIR = TQ_INSTALL_ROOT "/torquenix/logs";
 inline constexpr const char* TQ_LOG_SUBDIR = "admin";
 
+/// Message catalogues, as <language>/LC_MESSAGES/<domain>.mo below the directory.
+inline constexpr const char* TQ_LOCALE_DIR = TQ_INSTALL_ROOT "/torquenix/share/locale";
+inline constexpr const char* TQ_MESSAGE_DOMAIN = "tqhostdb";
+
 /// Product version files: of the server product and of the client's binary directory.
 inline constexpr const char* TQ_VERSION_FILE = TQ_INSTALL_ROOT "/torquenix/version";
 inline constexpr const char* TQ_BIN_VERSION_FILE = TQ_INSTALL_ROOT "/torquenix/bin/version";

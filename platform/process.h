@@ -9,10 +9,10 @@ namespace tq {
 
 /// Called first in every main(): opens descriptors 0 to 2 on /dev/null where they are closed and keeps every
 /// other inherited one from external commands, puts signals into a known state (all unblocked, SIGCHLD
-/// default, SIGPIPE and SIGXFSZ caught by a handler that does nothing, SIGTERM and SIGHUP ending the running
-/// external command before this process; a SIGHUP, SIGINT or SIGQUIT that was ignored on entry stays so, as
-/// nohup and shells ask for), changes to "/", and reduces the environment to LANG, LANGUAGE, LC_*, TZ and a
-/// fixed PATH. The file-creation mask is not touched. Neither fails nor prints.
+/// default, SIGPIPE and SIGXFSZ caught by a handler that does nothing, SIGTERM, SIGHUP and SIGINT ending the
+/// running external command before this process; a SIGHUP, SIGINT or SIGQUIT that was ignored on entry stays
+/// so, as nohup and shells ask for), changes to "/", and reduces the environment to LANG, LANGUAGE, LC_*, TZ
+/// and a fixed PATH. The file-creation mask is not touched. Neither fails nor prints.
 void prepareProcess();
 
 /// Limits around one call of system(), or around one popen() to pclose(): after the time limit the shell and
@@ -22,8 +22,9 @@ void prepareProcess();
 ///     status = guard.ended(system(command));
 ///
 /// Only one guard is active at a time; one made while another lives does nothing. The scope should hold the
-/// call and nothing else: the file-size limit holds for this process too, its log included. The destructor
-/// disarms, puts every setting back, reaps, and writes one level-16 entry when a limit was met.
+/// call, pclose() included, and nothing else: the file-size limit holds for this process too, its log
+/// included. The destructor disarms, puts every setting back, reaps, and writes one level-16 entry when a
+/// limit was met.
 class ExternalCommandGuard {
 public:
     /// How the command's output is taken.
@@ -54,12 +55,10 @@ public:
 
 private:
     void limitFileSize();
-    void endCommand();
 
     std::string command_;
     const char* context_;
     bool active_ = false;
-    bool overflow_ = false;
     bool sizeLimited_ = false;
     std::size_t bytes_ = 0;
     rlimit savedFileSize_{};

@@ -1,6 +1,7 @@
 /// Status codes of the product, their names and their texts.
 #pragma once
 
+#include <span>
 #include <string>
 
 /// The product's common status space. Functions return these numbers as plain integers; a value of this
@@ -53,6 +54,12 @@ struct StatusText {
     const char* text; ///< English, one sentence without a full stop
 };
 
+/// The whole table.
+std::span<const StatusText> statusTexts();
+
+/// Text of a number that the table does not hold, with "%d" where the number stands.
+inline constexpr const char* UNKNOWN_STATUS_FORMAT = "Unknown status %d";
+
 /// The row of a status; null for a number that the table does not hold.
 const StatusText* findStatusText(int status);
 
@@ -62,6 +69,6 @@ const StatusText* findStatusText(int status);
 std::string getECmsg(int status);
 
 /// Text of a status in the language of a locale name such as "de_DE.UTF-8", from the message catalogue that
-/// the build installs; English for "C", "POSIX", an empty or null name, and where there is no translation.
-/// The process's own locale is not changed.
+/// the build installs (TQ_LOCALE_DIR), in UTF-8; English for "C", "POSIX", an empty or null name, and where
+/// there is no translation. The process's own locale is not changed.
 std::string getECmsgl(int status, const char* locale);

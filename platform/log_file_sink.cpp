@@ -1,0 +1,157 @@
+#include "platform/log_file_sink.h"
+
+#include "platform/debuglog.h"
+#include "platform/log_entry.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <ctime>
+#include <dirent.h>
+#include <exception>
+#include <fcntl.h>
+#include <memory>
+#include <spdlog/details/log_msg.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+namespace tq {
+
+namespace {
+
+constexpr std::size_t DAY_LENGTH = 8;
+
+/// Local date of a time, some days earlier, as yyyymmdd.
+std::string dayText(LogFileSink::Time time, int daysEarlier)
+{
+    const time_t clock = std::chrono::system_clock::to_time_t(time);
+    tm date{};
+    localtime_r(&clock, &date);
+    if (daysEarlier != 0) {
+        date.tm_mday -= daysEarlier;
+        date.tm_hour = 12; // far from the hours that a change to summer time adds or takes
+        date.tm_isdst = -1;
+        std::mktime(&date);
+    }
+    std::array<char, 32> text{};
+    std::strftime(text.data(), text.size(), "%Y%m%d", &date);
+    return text.data();
+}
+
+/// The day in the name of one of a program's log files; empty for any other file.
+std::string_view dayOfFile(std::string_view name, const std::string& program)
+{
+    constexpr std::string_view ENDING = ".log";
+    if (name.size() != program.size() + 1 + DAY_LENGTH + ENDING.size() ||
+        name.substr(0, program.size()) != program || name[program.size()] != '.' ||
+        name.substr(name.size() - ENDING.size()) != ENDING)
+        return {};
+    const std::string_view day = name.substr(program.size() + 1, DAY_LENGTH);
+    const bool digits = day.find_first_not_of("0123456789") == std::string_view::npos;
+    return digits ? day : std::string_view();
+}
+
+struct DirectoryCloser {
+    void operator()(DIR* directory) const { closedir(directory); }
+};
+
+/// Nothing was written yet: this run is the first of its day, or one of the first.
+bool isEmpty(int file)
+{
+    struct stat status {};
+    return fstat(file, &status) == 0 && status.st_size == 0;
+}
+
+bool isRegular(int directory, const char* name)
+{
+    struct stat status {};
+    return fstatat(directory, name, &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(status.st_mode);
+}
+
+} // namespace
+
+LogFileSink::LogFileSink(std::string directory, std::string program, mode_t mode)
+    : directory_(std::move(directory)), program_(std::move(program)), mode_(mode)
+{
+}
+
+std::string LogFileSink::path(const std::string& day) const
+{
+    return directory_ + "/" + program_ + "." + day + ".log";
+}
+
+int LogFileSink::open(Time time)
+{
+    day_ = dayText(time, 0);
+    file_ = openOwnFile(path(day_), O_WRONLY | O_APPEND | O_CREAT, mode_, nullptr);
+    firstOfDay_ = isEmpty(file_.get());
+    return file_.get();
+}
+
+void LogFileSink::keepDays(int days)
+{
+    daysKept_ = days;
+    if (firstOfDay_)
+        removeOldFiles(std::chrono::system_clock::now());
+}
+
+/// The file of the new day replaces the open one under its descriptor, which others know.
+void LogFileSink::changeDay(Time time)
+{
+    day_ = dayText(time, 0); // after a failure too: one attempt a day
+    const FileDescriptor next = openOwnFile(path(day_), O_WRONLY | O_APPEND | O_CREAT, mode_, nullptr);
+    if (next && dup3(next.get(), file_.get(), O_CLOEXEC) != -1) {
+        lineCutOff_ = false;
+        if (isEmpty(file_.get()))
+            removeOldFiles(time);
+        return;
+    }
+    const std::string cause = fileFault(errno);
+    write(formatLogEntry(time, static_cast<int>(LogLevel::error), "LogFileSink::changeDay",
+                         "Unable to open " + path(day_) + ": " + cause + "; the log goes on here"));
+}
+
+void LogFileSink::removeOldFiles(Time now) const
+{
+    if (daysKept_ <= 0)
+        return;
+    const std::string oldestKept = dayText(now, daysKept_);
+    const std::unique_ptr<DIR, DirectoryCloser> directory(opendir(directory_.c_str()));
+    if (!directory)
+        return;
+    while (const dirent* entry = readdir(directory.get())) {
+        const std::string_view day = dayOfFile(entry->d_name, program_);
+        if (!day.empty() && day < oldestKept && isRegular(dirfd(directory.get()), entry->d_name))
+            unlinkat(dirfd(directory.get()), entry->d_name, 0);
+    }
+}
+
+void LogFileSink::log(const spdlog::details::log_msg& message)
+{
+    try {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        if (dayText(message.time, 0) != day_)
+            changeDay(message.time);
+        write({message.payload.data(), message.payload.size()});
+    } catch (const std::exception&) {
+        // Memory is short: the entry is lost, the run is not.
+    }
+}
+
+/// A full disk costs entries, nothing else. What was cut off must not run into the entry after it.
+void LogFileSink::write(std::string_view entry)
+{
+    const std::string withLineEnd = lineCutOff_ ? "\n" + std::string(entry) : std::string();
+    if (lineCutOff_)
+        entry = withLineEnd;
+    ssize_t written = 0;
+    do {
+        written = ::write(file_.get(), entry.data(), entry.size());
+    } while (written < 0 && errno == EINTR);
+    if (written >= 0)
+        lineCutOff_ = static_cast<std::size_t>(written) < entry.size();
+}
+
+} // namespace tq
