@@ -1,3 +1,4 @@
+#include "platform/crypto.h"
 #include "platform/file_io.h"
 #include "platform/identity_document.h"
 #include "platform/identity_store.h"

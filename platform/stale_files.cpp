@@ -1,5 +1,6 @@
 #include "platform/stale_files.h"
 
+#include "platform/crypto.h"
 #include "platform/file_io.h"
 
 #include <cerrno>
@@ -49,20 +50,6 @@ bool isOldFile(const std::string& path, int olderThanSeconds)
 }
 
 } // namespace
-
-std::string randomHex(std::size_t bytes)
-{
-    constexpr std::string_view DIGITS = "0123456789abcdef";
-    std::vector<unsigned char> random(bytes);
-    arc4random_buf(random.data(), random.size());
-    std::string text;
-    text.reserve(2 * bytes);
-    for (const unsigned char byte : random) {
-        text += DIGITS[byte >> 4U];
-        text += DIGITS[byte & 0x0FU];
-    }
-    return text;
-}
 
 std::string uniqueFileName(std::string_view prefix)
 {

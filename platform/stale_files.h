@@ -1,14 +1,10 @@
 /// Names for temporary files that tell which process made them, and the removal of those left by killed ones.
 #pragma once
 
-#include <cstddef>
 #include <string>
 #include <string_view>
 
 namespace tq {
-
-/// Lower-case hexadecimal text of that many random bytes.
-std::string randomHex(std::size_t bytes);
 
 /// "prefix<process id>.<32 hexadecimal digits>": unique, and recognised by removeStaleFiles.
 std::string uniqueFileName(std::string_view prefix);
