@@ -1,0 +1,17 @@
+/// Destroys files so that their contents do not linger readable on disk.
+#pragma once
+
+#include <string>
+
+/// Holds no data; its operation is static.
+class FileUtils {
+public:
+    /// Overwrites a file seven times with as many bytes as it holds, then removes it. Meant for small files:
+    /// the whole size is held in memory. Opening the file empties it, whatever happens afterwards. Only a
+    /// regular file is touched, never the target of a link.
+    ///
+    /// Returns 0; 142 when the file's attributes cannot be read; 12 when it cannot be opened for writing (a
+    /// link, fifo, device or folder included); 14 when overwriting or closing fails or memory is short;
+    /// 11 when it was overwritten but cannot be removed. Each failure is logged; nothing is thrown.
+    static int shredFile(const std::string& path) noexcept;
+};
