@@ -16,6 +16,7 @@ import shlex
 import shutil
 import signal
 import subprocess
+import time
 
 HERE = pathlib.Path(__file__).resolve().parent
 TOP = HERE.parent.parent
@@ -239,6 +240,12 @@ class Sandbox:
             self._agent.stdout.close()
             self._agent = None
 
+    def restart(self, *more_arguments):
+        """Begins again with further arguments of bubblewrap; the files stay."""
+        self.stop()
+        self.extra_arguments += more_arguments
+        self.start()
+
     def ask(self, **request):
         """One request to the agent and its reply."""
         self._agent.stdin.write(json.dumps(request) + "\n")
@@ -360,6 +367,35 @@ class Sandbox:
             f"CLUSTERED = {words[clustered]}\nACTIVE = {words[active]}\n"
         )
 
+    def identity_store(self):
+        """The store's document."""
+        return json.loads((self.var("identity") / "identity.json").read_text())
+
+    def identities(self):
+        """The entries of the identity store."""
+        return self.identity_store()["identities"]
+
+    def change_identity(self, number, **fields):
+        """Changes fields of one entry of the identity store."""
+        store = self.identity_store()
+        store["identities"][number].update(fields)
+        (self.var("identity") / "identity.json").write_text(json.dumps(store))
+
+    def hold_lock(self, path):
+        """Another process takes a lock file and keeps it; let_go() ends it."""
+        held = "/shared/lock-is-held"
+        holder = self.start_process(["flock", "--exclusive", path, "sh", "-c", f"touch {held}; exec sleep 600"])
+        marker = self.shared / "lock-is-held"
+        while not marker.exists():
+            time.sleep(0.01)
+        marker.unlink()
+        return holder
+
+    def let_go(self, holder):
+        """Ends what hold_lock() started."""
+        self.run(["kill", "-KILL", "--", f"-{holder.pid}"])
+        holder.wait(10)
+
     def log_files(self, program="tqhostdbcmd"):
         return sorted((self.torqv / "torquenix" / "logs" / "admin").glob(f"{program}.*.log"))
 
@@ -427,6 +463,11 @@ class Master:
         self.data_outside = sandbox.shared / folder
         self.process = None
 
+    def database(self):
+        """The host database's file, seen from outside."""
+        (file,) = self.data_outside.glob("*.db")
+        return file
+
     def _run(self, *arguments):
         result = self.sandbox.run([f"{BIN_DIR}/tqmasterd", *arguments])
         if result.status != 0:
@@ -478,7 +519,8 @@ class ScriptedServer:
     def __enter__(self):
         argv = ["/usr/bin/python3", "-I", "/tests/scripted_server.py", "--listen", self.master.address]
         argv += ["--script", f"/shared/{self.files}.script", "--requests", f"/shared/{self.files}.requests"]
-        argv += ["--data", self.certificate_of.data]
+        argv += ["--certificate", f"{self.certificate_of.data}/server.pem"]
+        argv += ["--authority", f"{self.certificate_of.data}/authority.pem"]
         self.process = self.sandbox.start_process(argv)
         if not self.sandbox.wait_until_listening(self.master.address):
             raise SandboxError(f"the scripted server does not listen:\n{self.process.errors()}")

@@ -7,7 +7,8 @@ The script is a JSON list of rules, tried in order; the first that fits a reques
 Method, path and times may be left out. An answer holds one of
     "status" with "body" (text), "headers" (replacing the usual ones): a plain reply,
     "raw": bytes in base64, sent as they are, after which the connection is closed,
-    "behaviour": "close", "reset" or "silence" before any reply.
+    "behaviour": "close", "reset" or "silence" before any reply;
+beside any of them "delay" holds the reply back for so many seconds.
 A rule with "connection" instead of "answer" acts before TLS: {"raw": ...} or {"behaviour": ...}.
 What no rule names is answered as a good server would: a token, the body of a PUT, an empty list of hosts.
 """
@@ -109,6 +110,7 @@ class Handler(http.server.BaseHTTPRequestHandler):
     do_GET = do_PUT = do_POST = do_DELETE = take
 
     def reply(self, answer):
+        time.sleep(answer.get("delay", 0))
         if "behaviour" in answer:
             self.close_connection = True
             misbehave(self.connection, answer["behaviour"])
@@ -169,14 +171,13 @@ class Server(http.server.ThreadingHTTPServer):
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--listen", required=True)
-    parser.add_argument("--certificate", required=True, type=pathlib.Path)
-    parser.add_argument("--key", required=True, type=pathlib.Path)
+    parser.add_argument("--certificate", required=True, type=pathlib.Path, help="with its key, PEM")
     parser.add_argument("--authority", required=True, type=pathlib.Path)
     parser.add_argument("--script", required=True, type=pathlib.Path)
     parser.add_argument("--requests", required=True, type=pathlib.Path)
     arguments = parser.parse_args()
     context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
-    context.load_cert_chain(arguments.certificate, arguments.key)
+    context.load_cert_chain(arguments.certificate)
     context.load_verify_locations(arguments.authority)
     context.verify_mode = ssl.CERT_OPTIONAL
     script = Script(json.loads(arguments.script.read_text(encoding="utf-8")))

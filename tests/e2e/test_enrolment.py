@@ -1,0 +1,208 @@
+"""How a host joins and leaves a master server, and what a failed attempt leaves behind."""
+
+import os
+import sqlite3
+import stat
+
+import pytest
+
+MASTER1, MASTER2 = "master1.example", "master2.example"
+
+
+def identity_files(box):
+    """Name and content of every file of the identity store; nothing when there is none."""
+    folder = box.var("identity")
+    if not folder.exists():
+        return {}
+    return {file.name: file.read_bytes() for file in folder.iterdir() if not file.name.endswith(".lock")}
+
+
+def enrol_program(box, *arguments):
+    return box.run(["/usr/torqv/torquenix/bin/tqenroll", *arguments])
+
+
+def test_an_invitation_gives_an_identity_that_works(box, master):
+    result = box.enrol(master)
+    assert (result.status, result.err) == (0, "")
+    (identity,) = box.identities()
+    assert identity["server"] == MASTER1
+    assert identity["certType"] == "host"
+    assert identity["hostName"] == box.host_name
+    assert identity["caMode"] == "internal"
+    assert box.command("-update").status == 0
+
+
+def test_the_store_and_its_keys_are_the_owners_alone(enrolled):
+    folder = enrolled.var("identity")
+    assert stat.S_IMODE(folder.stat().st_mode) == 0o700
+    modes = {file.name: oct(stat.S_IMODE(file.stat().st_mode)) for file in folder.iterdir()}
+    assert set(modes.values()) == {"0o600"}, modes
+
+
+def test_a_wrong_fingerprint_is_refused_and_the_invitation_is_never_sent(box, master):
+    invitation = box.master(MASTER1, "other-authority").invite(box.host_name)
+    good = master.invite(box.host_name)
+    result = box.enrol(master, good.text, invitation.fingerprint)
+    assert result.status != 0
+    assert "fingerprint" in result.err
+    assert MASTER1 in result.err
+    assert identity_files(box) == {}
+    assert box.enrol(master, good.text, good.fingerprint).status == 0
+
+
+@pytest.mark.parametrize("fingerprint", ["", "00", "zz" * 32, "0" * 63, "0" * 128])
+def test_a_text_that_is_no_fingerprint_is_refused(box, master, fingerprint):
+    good = master.invite(box.host_name)
+    result = box.enrol(master, good.text, fingerprint or " ")
+    assert result.status != 0 and result.err
+    assert identity_files(box) == {}
+
+
+def test_a_fingerprint_may_be_written_in_capitals(box, master):
+    good = master.invite(box.host_name)
+    assert box.enrol(master, good.text, good.fingerprint.upper()).status == 0
+
+
+def test_a_used_invitation_is_refused_and_the_identity_stays(box, master):
+    invitation = master.invite(box.host_name)
+    assert box.enrol(master, invitation.text, invitation.fingerprint).status == 0
+    before = identity_files(box)
+    result = box.enrol(master, invitation.text, invitation.fingerprint)
+    assert result.status != 0
+    assert "invitation" in result.err
+    assert identity_files(box) == before
+    assert box.command("-update").status == 0
+
+
+def test_an_expired_invitation_is_refused(box, master):
+    invitation = master.invite(box.host_name)
+    with sqlite3.connect(master.database()) as database:
+        changed = database.execute("UPDATE invitation SET expires_at = 1").rowcount
+    database.close()
+    assert changed == 1
+    result = box.enrol(master, invitation.text, invitation.fingerprint)
+    assert result.status != 0
+    assert "invitation" in result.err
+    assert identity_files(box) == {}
+
+
+def test_an_unknown_invitation_is_refused(box, master):
+    good = master.invite(box.host_name)
+    changed = good.text[:-1] + ("0" if good.text[-1] != "0" else "1")
+    result = box.enrol(master, changed, good.fingerprint)
+    assert result.status != 0
+    assert "invitation" in result.err
+    assert identity_files(box) == {}
+    assert box.enrol(master, good.text, good.fingerprint).status == 0
+
+
+def test_of_ten_enrolments_with_one_invitation_exactly_one_succeeds(box, master):
+    good = master.invite(box.host_name)
+    argv = ["/usr/torqv/torquenix/bin/tqenroll", "--server", MASTER1, "--invitation", good.text]
+    argv += ["--fingerprint", good.fingerprint]
+    runs = [box.start_process(argv) for _ in range(10)]
+    statuses = [run.wait().status for run in runs]
+    assert statuses.count(0) == 1
+    assert len(box.identities()) == 1
+    assert box.command("-update").status == 0
+
+
+def test_a_server_that_cannot_be_reached_is_named(box):
+    master = box.master()
+    good = master.invite(box.host_name)
+    result = box.enrol(master, good.text, good.fingerprint)
+    assert result.status != 0
+    assert MASTER1 in result.err
+    assert identity_files(box) == {}
+
+
+def test_a_server_under_another_name_is_refused(box, master):
+    good = master.invite(box.host_name)
+    box.write_hosts(f"{master.address} alias.example\n")
+    result = enrol_program(
+        box, "--server", "alias.example", "--invitation", good.text, "--fingerprint", good.fingerprint
+    )
+    assert result.status != 0
+    assert identity_files(box) == {}
+
+
+def test_a_second_server_leaves_the_first_identity_alone(enrolled):
+    second = enrolled.master(MASTER2).serve()
+    before = identity_files(enrolled)
+    assert enrolled.enrol(second).status == 0
+    after = identity_files(enrolled)
+    assert [identity["server"] for identity in enrolled.identities()] == [MASTER1, MASTER2]
+    kept = {name: content for name, content in before.items() if name != "identity.json"}
+    assert kept.items() <= after.items()
+
+
+def test_the_list_shows_each_identity_and_when_it_ends(enrolled):
+    result = enrol_program(enrolled, "--list")
+    assert result.status == 0
+    assert MASTER1 in result.out
+    assert enrolled.host_name in result.out
+    assert "20" in result.out
+
+
+def test_removing_the_last_identity_deletes_the_store(enrolled):
+    assert enrol_program(enrolled, "--remove", "--server", MASTER1).status == 0
+    assert identity_files(enrolled) == {}
+    assert enrolled.command("-read").err == "Requested operation failed with error: 7610\n"
+
+
+def test_removing_one_identity_keeps_the_others(enrolled):
+    second = enrolled.master(MASTER2).serve()
+    assert enrolled.enrol(second).status == 0
+    assert enrol_program(enrolled, "--remove", "--server", MASTER1).status == 0
+    assert [identity["server"] for identity in enrolled.identities()] == [MASTER2]
+    assert not [name for name in identity_files(enrolled) if MASTER1 in name]
+
+
+def test_removing_what_is_not_there_is_an_error(enrolled):
+    result = enrol_program(enrolled, "--remove", "--server", "nobody.example")
+    assert result.status != 0
+    assert "nobody.example" in result.err
+
+
+@pytest.mark.parametrize("arguments", [[], ["--server", MASTER1], ["--bogus"], ["--list", "--remove"]])
+def test_a_command_line_that_makes_no_sense_is_refused(box, arguments):
+    result = enrol_program(box, *arguments)
+    assert result.status != 0
+    assert result.err
+    assert identity_files(box) == {}
+
+
+@pytest.mark.parametrize("name", ["../x", "a/b", ".hidden", "daemon", "a b", "x" * 254])
+def test_a_server_name_that_could_not_be_a_file_is_refused(box, master, name):
+    good = master.invite(box.host_name)
+    result = enrol_program(
+        box, "--server", name, "--invitation", good.text, "--fingerprint", good.fingerprint
+    )
+    assert result.status != 0
+    assert identity_files(box) == {}
+    assert not os.path.lexists(box.var("x"))
+
+
+def test_a_store_that_is_damaged_is_not_overwritten(enrolled, master):
+    store = enrolled.var("identity") / "identity.json"
+    store.write_text("{")
+    result = enrolled.enrol(master)
+    assert result.status != 0
+    assert "identity" in result.err
+    assert store.read_text() == "{"
+
+
+def test_secrets_stand_nowhere_but_in_the_store(box, master):
+    invitation = master.invite(box.host_name)
+    assert box.enrol(master, invitation.text, invitation.fingerprint).status == 0
+    assert box.command("-update").status == 0
+    key = next(file for file in box.var("identity").glob("*.key")).read_text().splitlines()[1]
+    (token_file,) = box.var("identity").glob("token.host.*")
+    token = token_file.read_text().split('"token":')[1].split('"')[1]
+    secrets = [invitation.text, key, token]
+    places = [file for file in box.torqv.rglob("*") if file.is_file() and file.parent.name != "identity"]
+    places += [file for file in master.data_outside.rglob("*") if file.is_file()]
+    places += [file for file in (box.shared / "output").iterdir() if "tqmasterd" not in file.name]
+    for place in places:
+        content = place.read_bytes()
+        assert [secret for secret in secrets if secret.encode() in content] == [], place

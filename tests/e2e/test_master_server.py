@@ -1,0 +1,131 @@
+"""tqmasterd as a process: its life, and what it refuses."""
+
+import json
+import signal
+import stat
+
+import pytest
+
+MASTER1 = "master1.example"
+PROGRAM = "/usr/torqv/torquenix/bin/tqmasterd"
+
+
+def serve(box, master, address):
+    return box.run([PROGRAM, "serve", "--data", master.data, "--listen", address], timeout=20)
+
+
+def test_a_second_server_on_the_same_data_says_so_and_ends(box, master):
+    result = serve(box, master, "127.0.0.3")
+    assert result.status > 0
+    assert master.data in result.err
+    assert master.process.is_running()
+
+
+def test_a_second_server_on_the_same_port_says_so_and_ends(box, master):
+    other = box.master("master2.example")
+    result = serve(box, other, master.address)
+    assert result.status > 0
+    assert "1556" in result.err
+    assert master.process.is_running()
+
+
+@pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGINT])
+def test_a_signal_ends_the_server_cleanly(box, master, number):
+    process, master.process = master.process, None
+    process.signal(number)
+    result = process.wait(10)
+    assert (result.status, result.err) == (0, "")
+
+
+def test_a_server_that_was_killed_serves_what_it_had_confirmed(enrolled, master):
+    assert enrolled.command("-update").status == 0
+    process, master.process = master.process, None
+    process.signal(signal.SIGKILL)
+    process.wait(10)
+    master.serve()
+    assert len(json.loads(enrolled.command("-readallhosts", "-display").out)["hosts"]) == 1
+
+
+def test_data_is_the_owners_alone(master):
+    files = list(master.data_outside.iterdir())
+    assert files
+    assert stat.S_IMODE(master.data_outside.stat().st_mode) & 0o077 == 0
+    assert [file for file in files if stat.S_IMODE(file.stat().st_mode) & 0o077] == []
+
+
+def test_data_that_exists_is_not_made_again(box, master):
+    before = (master.data_outside / "authority.pem").read_bytes()
+    result = box.run([PROGRAM, "init", "--data", master.data, "--name", MASTER1])
+    assert result.status != 0 and result.err
+    assert (master.data_outside / "authority.pem").read_bytes() == before
+
+
+def test_a_folder_without_data_is_refused(box):
+    result = box.run([PROGRAM, "serve", "--data", "/shared/nothing"], timeout=20)
+    assert result.status > 0
+    assert "/shared/nothing" in result.err
+
+
+@pytest.mark.parametrize("arguments", [[], ["bogus"], ["init"], ["serve", "--data"], ["invite", "--bogus"]])
+def test_a_command_line_that_makes_no_sense_is_refused(box, arguments):
+    result = box.run([PROGRAM, *arguments], timeout=20)
+    assert result.status > 0
+    assert result.err
+
+
+def test_a_revocation_ends_the_identity_and_its_record(enrolled, master):
+    assert enrolled.command("-update").status == 0
+    master.revoke(enrolled.host_name)
+    result = enrolled.command("-readallhosts", "-display")
+    assert result.status != 0
+    invitation = master.invite(enrolled.host_name)
+    assert enrolled.enrol(master, invitation.text, invitation.fingerprint).status == 0
+    assert json.loads(enrolled.command("-readallhosts", "-display").out) == {"hosts": []}
+
+
+def test_a_host_cannot_write_or_delete_the_record_of_another(enrolled, master):
+    assert enrolled.command("-update").status == 0
+    own = enrolled.identities()[0]["hostId"]
+    invited = master.invite("other.example", cluster=True)
+    assert enrolled.enrol(master, invited.text, invited.fingerprint, cluster=True).status == 0
+    # The store now claims the first host's identifier for the second one's certificate.
+    other = enrolled.identities()[1]
+    enrolled.change_identity(
+        0,
+        hostId=own,
+        certificate=other["certificate"],
+        privateKey=other["privateKey"],
+    )
+    next(enrolled.var("identity").glob("token.host.*")).unlink()
+    before = enrolled.command("-readallhosts", "-display").out
+    assert enrolled.command("-delete").status != 0
+    assert enrolled.update_without_waiting("-force").status != 0
+    assert enrolled.command("-readallhosts", "-display").out == before
+    assert any("HTTP status = 403" in text for text in enrolled.log_texts(2))
+
+
+def test_idle_connections_starve_nobody(enrolled, master):
+    idle = enrolled.start_process(
+        ["/usr/bin/python3", "-I", "-c",
+         "import socket, time\n"
+         f"held = [socket.create_connection(('{master.address}', 1556)) for _ in range(200)]\n"
+         "print('held', flush=True)\ntime.sleep(600)\n"]
+    )
+    while "held" not in idle.output():
+        assert idle.is_running()
+    assert enrolled.command("-read", timeout=60).status != 25
+    assert enrolled.command("-update", timeout=60).status == 0
+    idle.signal(signal.SIGKILL)
+    idle.wait(10)
+
+
+def test_two_names_are_both_served(box):
+    box.write_hosts("127.0.0.2 alias.example\n")
+    master = box.master()
+    both = "/shared/both"
+    assert box.run([PROGRAM, "init", "--data", both, "--name", f"{MASTER1},alias.example"]).status == 0
+    master.data = both
+    master.serve()
+    made = master.invite(box.host_name)
+    argv = ["/usr/torqv/torquenix/bin/tqenroll", "--server", "alias.example", "--invitation", made.text]
+    assert box.run([*argv, "--fingerprint", made.fingerprint]).status == 0
