@@ -1,0 +1,294 @@
+#include "cmd/driver.h"
+
+#include "cmd/cmd_exit.h"
+#include "cmd/command_line.h"
+#include "cmd/host_update.h"
+#include "cmd/process_values.h"
+#include "cmd/tqclntdb_common.h"
+#include "hostdb/error_body.h"
+#include "hostdb/tqhost_cachehandler.h"
+#include "hostdb/web_service_exception.h"
+#include "hostinfo/tqclntdb_hostinfo.h"
+#include "platform/config.h"
+#include "platform/debuglog.h"
+#include "platform/paths.h"
+#include "platform/portable.h"
+#include "platform/release.h"
+#include "platform/status.h"
+#include "platform/user.h"
+
+#include <cerrno>
+#include <clocale>
+#include <cstdint>
+#include <cstring>
+#include <iostream>
+#include <sstream>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace TQCLNTDB {
+namespace {
+
+void logProgress(const char* text)
+{
+    logmsg(static_cast<int>(LogLevel::progress), text, progname);
+}
+
+// Start-up
+
+void readLocaleNames()
+{
+    V_locale_name(LC_MESSAGES, lc_messages, sizeof lc_messages);
+    V_locale_name(LC_CTYPE, lc_ctype, sizeof lc_ctype);
+    V_locale_name(LC_TIME, lc_time, sizeof lc_time);
+    V_locale_name(LC_COLLATE, lc_collate, sizeof lc_collate);
+    V_locale_name(LC_NUMERIC, lc_numeric, sizeof lc_numeric);
+}
+
+void takeProgramName(const char* path)
+{
+    progname = V_basename(path);
+    if (!progname)
+        CmdExit(EC_invalid_program_name);
+    CmdName = progname;
+}
+
+/// A missing log directory refuses nobody; a log that cannot be opened in it refuses administrators only.
+void openDebugLog()
+{
+    const std::string directory = std::string(TQ_LOG_DIR) + "/" + TQ_LOG_SUBDIR;
+    if (access(directory.c_str(), F_OK) != 0)
+        return;
+    int flag = 0;
+    debugFD = open_debug_log(TQ_LOG_DIR, TQ_LOG_SUBDIR, progname, 0666, &flag);
+    const int error = errno;
+    if (debugFD < 0 && is_user_admin(2) != 0) {
+        // There is no log that could say it.
+        std::cerr << CmdName << ": cannot open the debug log in " << directory << ": " << std::strerror(error)
+                  << '\n';
+        CmdExit(EC_file_open_failed);
+    }
+}
+
+void logInvocation(int argc, const char* const* argv)
+{
+    LogLine(LogLevel::progress, progname)
+        << "INITIATING: " << TQ_RELEASE_NAME << " created: " << TQ_BUILD_CREATED;
+    LogLine arguments(LogLevel::progress, progname);
+    for (int i = 0; i < argc; ++i)
+        arguments << argv[i] << " ";
+}
+
+void startUp(int argc, const char* const* argv)
+{
+    constexpr mode_t OWNER_WRITES_ONLY = 022;
+    umask(OWNER_WRITES_ONLY);
+    readLocaleNames();
+    takeProgramName(argv[0]);
+    openDebugLog();
+    logInvocation(argc, argv);
+}
+
+CommandLine parseOrExit(int argc, const char* const* argv)
+{
+    const CommandLine line = parseCommandLine(argc, argv);
+    if (line.error) {
+        std::cout << "unknown option\n";
+        CmdExit(line.errorStatus);
+    }
+    return line;
+}
+
+// Master server
+
+/// Name of the configured master server; empty, with the reason in the log, when there is none.
+std::string getMasterServerNameFromConfig()
+{
+    constexpr const char* CONTEXT = "getMasterServerNameFromConfig";
+    if (const int status = TQ_read_master_config(); status != 0) {
+        // No blank stands between the two sentences: the line is searched for as it has always been.
+        LogLine(LogLevel::error, CONTEXT) << CmdName << ": Unable to read master config."
+                                          << "return value is: " << status << '\n';
+        return "";
+    }
+    const TQMasterConfig* const config = get_master_config_ptr();
+    if (!config->serverNames) {
+        LogLine(LogLevel::error, CONTEXT) << CmdName << ": No master server record found\n";
+        return "";
+    }
+    if (config->serverNames->empty() || config->serverNames->front().empty()) {
+        LogLine(LogLevel::error, CONTEXT) << CmdName << ": No master server name found\n";
+        return "";
+    }
+    return config->serverNames->front();
+}
+
+void resolveMasterServer(std::ostringstream& messages)
+{
+    MasterServer = getMasterServerNameFromConfig();
+    if (MasterServer.empty())
+        CmdExit(EC_no_master_server);
+    messages << "tqhostdbcmd: MasterServer = " << MasterServer << '\n';
+    LOGMSG_STR_STREAM(static_cast<int>(LogLevel::progress), messages, progname);
+}
+
+// Operations
+
+/// What the operations of one run work on.
+struct Run {
+    CommandLine line;
+    CHostInformation record;
+    std::vector<CHostInformation> hosts;
+    /// Deliberately never emptied: each entry made from it repeats the earlier ones.
+    std::ostringstream messages;
+};
+
+void displayHosts(const std::vector<CHostInformation>& hosts)
+{
+    std::cout << "{\"hosts\":[";
+    const char* separator = "";
+    for (const CHostInformation& host : hosts) {
+        std::cout << separator << host << '\n';
+        separator = ", ";
+    }
+    std::cout << "]}\n";
+}
+
+void updateHost(const CommandLine& line)
+{
+    logProgress("Performing UPDATE HOST operation...");
+    updateHostInDB(line.force, line.daemon);
+    logProgress("Host update completed successfully");
+}
+
+void showLocalHost(Run& run)
+{
+    logProgress("Getting local host information...");
+    if (const int status = getLocalHostInfo(MasterServer); status != EC_success) {
+        run.messages << "Failed to get local host information with error : " << status << '\n';
+        LOGMSG_STR_STREAM(static_cast<int>(LogLevel::error), run.messages, progname);
+        throw status;
+    }
+    logProgress("Retrieved local host information successfully");
+}
+
+void readHost(Run& run)
+{
+    logProgress("Performing READ HOST operation...");
+    readHostFromDB(MasterServer, run.record, run.line.hostName, run.line.hostId);
+    logProgress("Host read completed successfully");
+    if (run.line.display)
+        std::cout << run.record << '\n';
+}
+
+void deleteHost()
+{
+    logProgress("Performing DELETE HOST operation...");
+    deleteHostFromDB(MasterServer);
+    logProgress("Host deletion completed successfully");
+}
+
+void readAllHosts(Run& run)
+{
+    logProgress("Performing READ ALL HOSTS operation...");
+    readAllHostsFromDB(MasterServer, run.hosts);
+    logProgress("Read All Hosts completed successfully");
+    if (run.line.display)
+        displayHosts(run.hosts);
+}
+
+void reload(const CommandLine& line)
+{
+    logProgress("Reloading configuration...");
+    reloadConfiguration(MasterServer, line.security, line.host);
+    logProgress("Reloaded configuration successfully");
+}
+
+void performOperation(Run& run)
+{
+    switch (run.line.operation) {
+    case Operation::none:
+        return;
+    case Operation::update:
+        return updateHost(run.line);
+    case Operation::localInfo:
+        return showLocalHost(run);
+    case Operation::read:
+        return readHost(run);
+    case Operation::deleteHost:
+        return deleteHost();
+    case Operation::readAllHosts:
+        return readAllHosts(run);
+    case Operation::reloadConfiguration:
+        return reload(run.line);
+    }
+    run.messages << "Invalid Request \n";
+    LOGMSG_STR_STREAM(static_cast<int>(LogLevel::error), run.messages, progname);
+}
+
+// Failures
+
+[[noreturn]] void exitAfter(const WebServiceException& failure)
+{
+    if (failure.responseBody().empty()) {
+        std::cerr << "Unknown webservice exception encountered\n";
+        CmdExit(EC_no_installed_version);
+    }
+    const std::int32_t code = failure.getTquErrorCode();
+    LogLine(LogLevel::progress, progname)
+        << "HTTP status = " << failure.httpStatus() << ", HTTP response body = " << failure.responseBody()
+        << ", TQU Error code = " << static_cast<std::uint32_t>(code)
+        << ", TQU Error Msg = " << readErrorBody(failure.responseBody()).errMessage << '\n';
+    std::cerr << failure.responseBody() << '\n';
+    CmdExit(code);
+}
+
+[[noreturn]] void exitAfterUnknownException()
+{
+    std::cerr << "Requested operation failed with unknown error\n";
+    CmdExit(EC_success); // on purpose: the value that such an exception carries is not looked at
+}
+
+/// Runs the operation; whatever it throws ends the process.
+void performGuarded(Run& run)
+{
+    try {
+        performOperation(run);
+    } catch (const WebServiceException& failure) {
+        exitAfter(failure);
+    } catch (int status) {
+        std::cerr << "Requested operation failed with error: " << status << '\n';
+        CmdExit(status);
+    } catch (...) { // an ec_status too: it is no int
+        exitAfterUnknownException();
+    }
+}
+
+/// What results were printed have to have reached standard output; nobody is told otherwise.
+void flushStandardOutput()
+{
+    std::cout.flush();
+    if (!std::cout)
+        LogLine(LogLevel::warning, progname) << "Unable to write to standard output\n";
+}
+
+} // namespace
+
+int runHostDatabaseCommand(int argc, char** argv)
+{
+    try {
+        startUp(argc, argv);
+        const CommandLine line = parseOrExit(argc, argv);
+        cleanupOldCacheFile();
+        Run run{line, {}, {}, {}};
+        if (run.line.operation != Operation::update) // the update finds its master servers itself
+            resolveMasterServer(run.messages);
+        performGuarded(run);
+        flushStandardOutput();
+        return EC_success;
+    } catch (...) {
+        exitAfterUnknownException();
+    }
+}
+
+} // namespace TQCLNTDB
