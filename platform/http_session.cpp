@@ -9,10 +9,14 @@
 #include <openssl/x509_vfy.h>
 #include <openssl/x509v3.h>
 #include <string_view>
+#include <utility>
 
 namespace tq {
 
 namespace {
+
+/// The lower byte of an alert as OpenSSL reports it; its level stands above.
+constexpr int ALERT_NUMBER_MASK = 0xFF;
 
 /// Request headers; null when memory is short.
 CurlList requestHeaders(const HttpRequest& request)
@@ -41,6 +45,20 @@ bool isHeaderValue(std::string_view text)
     return text.find_first_of(std::string_view("\r\n\0", 3)) == std::string_view::npos;
 }
 
+/// The server's name as the only one that its certificate may carry; false when OpenSSL does not take it.
+bool requireName(SSL_CTX& context, std::string name)
+{
+    X509_VERIFY_PARAM* rules = SSL_CTX_get0_param(&context);
+    if (X509_VERIFY_PARAM_set1_ip_asc(rules, name.c_str()) == 1)
+        return true;
+    if (!name.empty() && name.back() == '.')
+        name.pop_back();
+    // libcurl's own check would also take a wildcard, or the common name of a certificate without names.
+    X509_VERIFY_PARAM_set_hostflags(rules,
+                                    X509_CHECK_FLAG_NEVER_CHECK_SUBJECT | X509_CHECK_FLAG_NO_WILDCARDS);
+    return X509_VERIFY_PARAM_set1_host(rules, name.data(), name.size()) == 1;
+}
+
 TransferResult notMade(const std::string& cause)
 {
     return {EC_web_request_failed, cause};
@@ -56,33 +74,36 @@ TransferResult transferResult(const TransferFault& fault, const char* words)
     return result;
 }
 
-HttpSession::HttpSession(const std::string& server, int port, const TlsTrust& trust, const WebLimits& limits)
-    : server_(server), baseUrl_(serverUrl(server, port) + "/"), handle_(makeCurlHandle(limits)),
-      maxReplyBytes_(limits.maxReplyBytes)
+HttpSession::HttpSession(const std::string& server, int port, TlsTrust trust, const WebLimits& limits)
+    : server_(server), baseUrl_(serverUrl(server, port) + "/"), trust_(std::move(trust)), limits_(limits)
 {
-    if (!isUrlHost(server))
-        setUpFault_ = "the server's name is neither a host name nor an address";
-    else if (!handle_ || !setTrust(trust) || !setCallbacks())
-        setUpFault_ = "the HTTP library could not be set up";
 }
 
-bool HttpSession::setTrust(const TlsTrust& trust)
+bool HttpSession::openHandle()
+{
+    handle_ = makeCurlHandle(limits_);
+    if (handle_ && !(setTrust() && setCallbacks()))
+        handle_.reset();
+    return handle_ != nullptr;
+}
+
+bool HttpSession::setTrust()
 {
     CurlOptions options(handle_.get());
-    if (!trust.authoritiesFile.empty()) {
-        options.set(CURLOPT_CAINFO, trust.authoritiesFile.c_str());
+    if (!trust_.authoritiesFile.empty()) {
+        options.set(CURLOPT_CAINFO, trust_.authoritiesFile.c_str());
     } else {
-        curl_blob authorities{const_cast<char*>(trust.authoritiesPem.data()), trust.authoritiesPem.size(),
+        curl_blob authorities{const_cast<char*>(trust_.authoritiesPem.data()), trust_.authoritiesPem.size(),
                               CURL_BLOB_COPY};
         options.set(CURLOPT_CAINFO_BLOB, &authorities);
     }
-    if (!trust.certificateFile.empty()) {
+    if (!trust_.certificateFile.empty()) {
         // The empty password keeps OpenSSL from asking for one on the terminal when the key is encrypted.
-        options.set(CURLOPT_SSLCERT, trust.certificateFile.c_str())
-            .set(CURLOPT_SSLKEY, trust.privateKeyFile.c_str())
+        options.set(CURLOPT_SSLCERT, trust_.certificateFile.c_str())
+            .set(CURLOPT_SSLKEY, trust_.privateKeyFile.c_str())
             .set(CURLOPT_KEYPASSWD, "");
     }
-    options.set(CURLOPT_SSL_CTX_FUNCTION, &HttpSession::requireName).set(CURLOPT_SSL_CTX_DATA, &server_);
+    options.set(CURLOPT_SSL_CTX_FUNCTION, &HttpSession::setUpTls).set(CURLOPT_SSL_CTX_DATA, this);
     return options.taken();
 }
 
@@ -118,25 +139,31 @@ bool HttpSession::setRequest(const HttpRequest& request, curl_slist* headers)
 
 TransferResult HttpSession::send(const HttpRequest& request, HttpReply& reply)
 {
-    if (!setUpFault_.empty())
-        return notMade(setUpFault_);
+    if (!isUrlHost(server_))
+        return notMade("the server's name is neither a host name nor an address");
     if (!isHeaderValue(request.token))
         return notMade("the access token cannot stand in a header");
+    if (!handle_ && !openHandle())
+        return notMade("the HTTP library could not be set up");
     const CurlList headers = requestHeaders(request);
     if (!headers || !setRequest(request, headers.get()))
         return notMade("the HTTP library did not take the request");
 
     transfer_ = Transfer();
-    transfer_.maxBodyBytes = maxReplyBytes_;
+    transfer_.maxBodyBytes = limits_.maxReplyBytes;
     words_.front() = '\0';
     const CURLcode code = curl_easy_perform(handle_.get());
-    const TransferEnd end{code, transfer_.overLimit, transfer_.repeatRefused, words_.data()};
+    long httpStatus = 0;
+    if (code == CURLE_OK)
+        curl_easy_getinfo(handle_.get(), CURLINFO_RESPONSE_CODE, &httpStatus);
+    else
+        handle_.reset(); // closing reads the last word of a server that broke off: it may be an alert
+    const TransferEnd end{code, transfer_.overLimit, transfer_.repeatRefused, transfer_.certificateRefused,
+                          transfer_.headUnfinished};
     const TransferFault fault = faultOfTransfer(end);
     if (fault.status != EC_success)
         return transferResult(fault, words_.front() != '\0' ? words_.data() : curl_easy_strerror(code));
 
-    long httpStatus = 0;
-    curl_easy_getinfo(handle_.get(), CURLINFO_RESPONSE_CODE, &httpStatus);
     reply.status = httpStatus;
     reply.body = std::move(transfer_.body);
     return {};
@@ -158,11 +185,12 @@ std::size_t HttpSession::takeBody(char* data, std::size_t size, std::size_t coun
     return bytes;
 }
 
-std::size_t HttpSession::takeHeader(char* /*data*/, std::size_t size, std::size_t count, void* transfer)
+std::size_t HttpSession::takeHeader(char* data, std::size_t size, std::size_t count, void* transfer)
 {
     Transfer& current = *static_cast<Transfer*>(transfer);
     const std::size_t bytes = size * count;
     current.headerBytes += bytes;
+    current.headUnfinished = std::string_view(data, bytes) != "\r\n" && std::string_view(data, bytes) != "\n";
     if (current.headerBytes > MAX_HEADER_BYTES) {
         current.overLimit = true;
         return CURL_WRITEFUNC_ERROR;
@@ -177,23 +205,27 @@ int HttpSession::allowRequest(void* transfer, char* /*primaryIp*/, char* /*local
     // server has done the work is not known then, so that is for the caller to decide.
     Transfer& current = *static_cast<Transfer*>(transfer);
     ++current.requestsSent;
+    current.headUnfinished = true;
     current.repeatRefused = current.requestsSent > 1;
     return current.repeatRefused ? CURL_PREREQFUNC_ABORT : CURL_PREREQFUNC_OK;
 }
 
-CURLcode HttpSession::requireName(CURL* /*handle*/, void* sslContext, void* server)
+CURLcode HttpSession::setUpTls(CURL* /*handle*/, void* sslContext, void* session)
 {
-    // libcurl's own check would also take a wildcard, or the common name of a certificate without names.
-    std::string name = *static_cast<const std::string*>(server);
-    X509_VERIFY_PARAM* rules = SSL_CTX_get0_param(static_cast<SSL_CTX*>(sslContext));
-    if (X509_VERIFY_PARAM_set1_ip_asc(rules, name.c_str()) == 1)
-        return CURLE_OK;
-    if (!name.empty() && name.back() == '.')
-        name.pop_back();
-    X509_VERIFY_PARAM_set_hostflags(rules,
-                                    X509_CHECK_FLAG_NEVER_CHECK_SUBJECT | X509_CHECK_FLAG_NO_WILDCARDS);
-    return X509_VERIFY_PARAM_set1_host(rules, name.data(), name.size()) == 1 ? CURLE_OK
-                                                                             : CURLE_SSL_CONNECT_ERROR;
+    auto* context = static_cast<SSL_CTX*>(sslContext);
+    SSL_CTX_set_app_data(context, session);
+    SSL_CTX_set_info_callback(context, &HttpSession::noteAlert);
+    return requireName(*context, static_cast<const HttpSession*>(session)->server_) ? CURLE_OK
+                                                                                    : CURLE_SSL_CONNECT_ERROR;
+}
+
+void HttpSession::noteAlert(const SSL* connection, int where, int alert)
+{
+    // libcurl's own codes do not tell a refused certificate from other ends of a connection.
+    if (where != SSL_CB_READ_ALERT || !isCertificateAlert(alert & ALERT_NUMBER_MASK))
+        return;
+    static_cast<HttpSession*>(SSL_CTX_get_app_data(SSL_get_SSL_CTX(connection)))
+        ->transfer_.certificateRefused = true;
 }
 
 } // namespace tq

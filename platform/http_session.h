@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <string>
 
+struct ssl_st;
+
 namespace tq {
 
 /// Whom a session trusts, and what it shows of itself.
@@ -50,7 +52,7 @@ inline constexpr std::size_t MAX_HEADER_BYTES = 64 * 1024;
 class HttpSession {
 public:
     /// Connects nothing. `server` is a name or a numeric address.
-    HttpSession(const std::string& server, int port, const TlsTrust& trust, const WebLimits& limits);
+    HttpSession(const std::string& server, int port, TlsTrust trust, const WebLimits& limits);
     HttpSession(const HttpSession&) = delete;
     HttpSession& operator=(const HttpSession&) = delete;
     ~HttpSession() = default;
@@ -67,25 +69,29 @@ private:
         int requestsSent = 0;
         bool overLimit = false;
         bool repeatRefused = false;
+        bool certificateRefused = false;
+        bool headUnfinished = false;
     };
 
     static std::size_t takeBody(char* data, std::size_t size, std::size_t count, void* transfer);
     static std::size_t takeHeader(char* data, std::size_t size, std::size_t count, void* transfer);
     static int allowRequest(void* transfer, char*, char*, int, int);
-    static CURLcode requireName(CURL* handle, void* sslContext, void* server);
+    static CURLcode setUpTls(CURL* handle, void* sslContext, void* session);
+    static void noteAlert(const ssl_st* connection, int where, int alert);
 
-    bool setTrust(const TlsTrust& trust);
+    bool openHandle();
+    bool setTrust();
     bool setCallbacks();
     bool setRequest(const HttpRequest& request, curl_slist* headers);
 
     std::string server_;
     std::string baseUrl_;
-    CurlHandle handle_;
-    std::uint64_t maxReplyBytes_;
-    std::string setUpFault_; ///< why no request can be made; empty when all is well
+    TlsTrust trust_;
+    WebLimits limits_;
     std::string url_;
     Transfer transfer_;
     std::array<char, CURL_ERROR_SIZE> words_{};
+    CurlHandle handle_; ///< made by the first request; goes first, since closing still calls back
 };
 
 } // namespace tq

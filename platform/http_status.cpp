@@ -3,10 +3,8 @@
 #include "platform/status.h"
 
 #include <algorithm>
-#include <array>
-#include <charconv>
 #include <curl/curl.h>
-#include <openssl/err.h>
+#include <iterator>
 #include <openssl/ssl.h>
 #include <openssl/tls1.h>
 
@@ -23,12 +21,12 @@ constexpr TransferFault CERTIFICATE_REFUSED{EC_web_certificate_refused,
                                             "the server refused this host's certificate"};
 constexpr TransferFault OVER_LIMIT{EC_web_reply_too_large, "the reply is larger than allowed"};
 constexpr TransferFault REPLY_LOST{EC_web_reply_broken, "the connection was lost before the reply"};
+constexpr TransferFault HEAD_TOO_LONG{EC_web_reply_broken, "the reply begins with an endless header"};
 constexpr TransferFault NOT_MADE{EC_web_request_failed, "the request could not be made"};
 
 constexpr int OBSOLETE_PEER_CERTIFICATE = 51; // libcurl once told a wrong name from an untrusted chain
 
 constexpr CodeRow CODES[] = {
-    {CURLE_OK, {EC_success, ""}},
     {CURLE_COULDNT_RESOLVE_HOST, {EC_cannot_connect, "the server's name cannot be resolved"}},
     {CURLE_COULDNT_CONNECT, {EC_cannot_connect, "the server cannot be reached"}},
     {CURLE_OPERATION_TIMEDOUT, {EC_web_timeout, "the server did not answer in time"}},
@@ -50,49 +48,42 @@ constexpr CodeRow CODES[] = {
 };
 
 /// Alerts by which a server refuses a client's certificate.
-constexpr std::array<int, 12> CERTIFICATE_ALERTS = {SSL_AD_NO_CERTIFICATE,
-                                                    SSL_AD_BAD_CERTIFICATE,
-                                                    SSL_AD_UNSUPPORTED_CERTIFICATE,
-                                                    SSL_AD_CERTIFICATE_REVOKED,
-                                                    SSL_AD_CERTIFICATE_EXPIRED,
-                                                    SSL_AD_CERTIFICATE_UNKNOWN,
-                                                    SSL_AD_UNKNOWN_CA,
-                                                    SSL_AD_ACCESS_DENIED,
-                                                    SSL_AD_CERTIFICATE_UNOBTAINABLE,
-                                                    SSL_AD_BAD_CERTIFICATE_STATUS_RESPONSE,
-                                                    SSL_AD_BAD_CERTIFICATE_HASH_VALUE,
-                                                    SSL_AD_CERTIFICATE_REQUIRED};
+constexpr int CERTIFICATE_ALERTS[] = {SSL_AD_NO_CERTIFICATE,
+                                      SSL_AD_BAD_CERTIFICATE,
+                                      SSL_AD_UNSUPPORTED_CERTIFICATE,
+                                      SSL_AD_CERTIFICATE_REVOKED,
+                                      SSL_AD_CERTIFICATE_EXPIRED,
+                                      SSL_AD_CERTIFICATE_UNKNOWN,
+                                      SSL_AD_UNKNOWN_CA,
+                                      SSL_AD_ACCESS_DENIED,
+                                      SSL_AD_CERTIFICATE_UNOBTAINABLE,
+                                      SSL_AD_BAD_CERTIFICATE_STATUS_RESPONSE,
+                                      SSL_AD_BAD_CERTIFICATE_HASH_VALUE,
+                                      SSL_AD_CERTIFICATE_REQUIRED};
 
 } // namespace
 
-bool isCertificateAlert(std::string_view words)
-{
-    constexpr std::string_view MARK = "error:";
-    const std::size_t at = words.find(MARK);
-    if (at == std::string_view::npos)
-        return false;
-    const std::string_view digits = words.substr(at + MARK.size());
-    unsigned long code = 0;
-    if (std::from_chars(digits.data(), digits.data() + digits.size(), code, 16).ec != std::errc())
-        return false;
-    if (ERR_GET_LIB(code) != ERR_LIB_SSL)
-        return false;
-    const int alert = ERR_GET_REASON(code) - SSL_AD_REASON_OFFSET;
-    return std::find(CERTIFICATE_ALERTS.begin(), CERTIFICATE_ALERTS.end(), alert) != CERTIFICATE_ALERTS.end();
-}
-
 TransferFault faultOfTransfer(const TransferEnd& end)
 {
+    if (end.curlCode == CURLE_OK)
+        return {};
+    if (end.certificateRefused)
+        return CERTIFICATE_REFUSED;
     if (end.overLimit && end.curlCode == CURLE_WRITE_ERROR)
         return OVER_LIMIT;
     if (end.repeatRefused)
         return REPLY_LOST;
-    const bool mayCarryAlert = end.curlCode == CURLE_SSL_CONNECT_ERROR || end.curlCode == CURLE_RECV_ERROR;
-    if (mayCarryAlert && isCertificateAlert(end.words))
-        return CERTIFICATE_REFUSED;
+    if (end.headUnfinished && end.curlCode == CURLE_OUT_OF_MEMORY)
+        return HEAD_TOO_LONG;
     const auto* row = std::find_if(std::begin(CODES), std::end(CODES),
                                    [&](const CodeRow& each) { return each.curlCode == end.curlCode; });
     return row == std::end(CODES) ? NOT_MADE : row->fault;
+}
+
+bool isCertificateAlert(int alert)
+{
+    return std::find(std::begin(CERTIFICATE_ALERTS), std::end(CERTIFICATE_ALERTS), alert) !=
+           std::end(CERTIFICATE_ALERTS);
 }
 
 } // namespace tq
