@@ -1,0 +1,12 @@
+/// The command line of tqmasterd.
+#pragma once
+
+#include <string>
+
+namespace masterd {
+
+/// Runs `tqmasterd init | invite | serve | revoke`; results go to standard output, failures to standard
+/// error. Relative paths count from `startFolder`. Returns the exit status (ExitStatus in data_folder.h).
+int runCommandLine(int argc, const char* const* argv, const std::string& startFolder);
+
+} // namespace masterd

@@ -1,0 +1,75 @@
+/// The folder that holds all a master server keeps.
+#pragma once
+
+#include "masterd/authority.h"
+#include "platform/lockfile.h"
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace masterd {
+
+/// A failure that ends a command of tqmasterd, with its exit status.
+class CommandFailure : public std::runtime_error {
+public:
+    CommandFailure(int exitStatus, const std::string& message)
+        : std::runtime_error(message), exitStatus_(exitStatus)
+    {
+    }
+    [[nodiscard]] int exitStatus() const { return exitStatus_; }
+
+private:
+    int exitStatus_;
+};
+
+/// Exit statuses of tqmasterd.
+enum ExitStatus : int {
+    EXIT_DONE = 0,        ///< done; for `serve`: ended by a signal, requests in hand answered
+    EXIT_FAILED = 1,      ///< it could not be done; standard error says why
+    EXIT_USAGE = 2,       ///< the command line is wrong; nothing was touched
+    EXIT_FOLDER_BUSY = 3, ///< another tqmasterd holds the data folder
+    EXIT_PORT_TAKEN = 4,  ///< the address and port cannot be taken
+};
+
+/// Names inside a data folder. The folder has mode 0700, its files 0600.
+class DataFolder {
+public:
+    explicit DataFolder(std::string path) : path_(std::move(path)) {}
+
+    [[nodiscard]] const std::string& path() const { return path_; }
+    /// Key and certificate of the authority. Its presence means that init() came to its end.
+    [[nodiscard]] std::string authorityFile() const { return path_ + "/authority.pem"; }
+    [[nodiscard]] std::string serverFile() const { return path_ + "/server.pem"; }
+    [[nodiscard]] std::string databaseFile() const { return path_ + "/hosts.db"; }
+    [[nodiscard]] std::string settingsFile() const { return path_ + "/settings.json"; }
+    /// Locked by whoever serves from or makes the folder.
+    [[nodiscard]] std::string lockFile() const { return path_ + "/lock"; }
+
+private:
+    std::string path_;
+};
+
+/// Makes authority, server certificate (for `names`), database and settings, and the folder itself when it is
+/// absent. Returns the authority. Throws CommandFailure: when the folder holds an authority already, which
+/// then stays as it is; when another process holds it; when a file cannot be made. A run that was cut off is
+/// completed by the next one.
+Authority initDataFolder(const DataFolder& folder, const std::vector<std::string>& names);
+
+/// Key and certificate of a file. Throws CommandFailure naming the file.
+KeyAndCertificate loadKeyAndCertificate(const std::string& path);
+
+/// Throws CommandFailure when the folder holds no authority.
+void requireAuthority(const DataFolder& folder);
+
+/// Holds a data folder, for as long as the object lives, against other processes that hold it. Throws
+/// CommandFailure (EXIT_FOLDER_BUSY) when one does.
+class DataFolderHold {
+public:
+    explicit DataFolderHold(const DataFolder& folder);
+
+private:
+    TQLockFile lock_;
+};
+
+} // namespace masterd

@@ -1,0 +1,16 @@
+/// Names that the authority writes into certificates.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace masterd {
+
+/// Whether a text can be a host's name: 1 to 253 letters, digits, "-", "_" and ".", beginning and ending
+/// with a letter, a digit or "_".
+bool isHostName(std::string_view name);
+
+/// Whether a text is an IPv4 or IPv6 address.
+bool isIpAddress(const std::string& text);
+
+} // namespace masterd

@@ -1,0 +1,128 @@
+#include "masterd/sqlite.h"
+
+#include <sqlite3.h>
+
+namespace masterd {
+
+namespace {
+
+constexpr int BUSY_WAIT_MS = 10000;
+
+} // namespace
+
+void Database::Close::operator()(sqlite3* handle) const
+{
+    sqlite3_close_v2(handle);
+}
+
+Database::Database(const std::string& path)
+{
+    sqlite3* handle = nullptr;
+    const int result = sqlite3_open_v2(
+        path.c_str(), &handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_NOFOLLOW, nullptr);
+    handle_.reset(handle); // a handle comes along with most failures too
+    if (result != SQLITE_OK)
+        throw SqliteError(handle != nullptr ? sqlite3_errmsg(handle) : sqlite3_errstr(result));
+    sqlite3_busy_timeout(handle, BUSY_WAIT_MS);
+}
+
+void Database::execute(const char* sql)
+{
+    if (sqlite3_exec(handle_.get(), sql, nullptr, nullptr, nullptr) != SQLITE_OK)
+        throw SqliteError(sqlite3_errmsg(handle_.get()));
+}
+
+int Database::changes() const
+{
+    return sqlite3_changes(handle_.get());
+}
+
+void Statement::Finalize::operator()(sqlite3_stmt* handle) const
+{
+    sqlite3_finalize(handle);
+}
+
+Statement::Statement(const Database& database, const char* sql)
+{
+    sqlite3_stmt* handle = nullptr;
+    if (sqlite3_prepare_v3(database.handle(), sql, -1, SQLITE_PREPARE_PERSISTENT, &handle, nullptr) !=
+        SQLITE_OK)
+        throw SqliteError(sqlite3_errmsg(database.handle()));
+    handle_.reset(handle);
+}
+
+Query::~Query()
+{
+    sqlite3_reset(statement_);
+    sqlite3_clear_bindings(statement_);
+}
+
+Query& Query::with(std::string_view text)
+{
+    check(sqlite3_bind_text64(statement_, ++bound_, text.data(), text.size(), SQLITE_STATIC, SQLITE_UTF8));
+    return *this;
+}
+
+Query& Query::with(std::int64_t number)
+{
+    check(sqlite3_bind_int64(statement_, ++bound_, number));
+    return *this;
+}
+
+bool Query::next()
+{
+    const int result = sqlite3_step(statement_);
+    if (result == SQLITE_ROW)
+        return true;
+    check(result == SQLITE_DONE ? SQLITE_OK : result);
+    return false;
+}
+
+void Query::run()
+{
+    next();
+}
+
+std::string Query::text(int column) const
+{
+    const auto* data = reinterpret_cast<const char*>(sqlite3_column_text(statement_, column));
+    if (data == nullptr)
+        return "";
+    return {data, static_cast<std::size_t>(sqlite3_column_bytes(statement_, column))};
+}
+
+std::int64_t Query::number(int column) const
+{
+    return sqlite3_column_int64(statement_, column);
+}
+
+bool Query::isNull(int column) const
+{
+    return sqlite3_column_type(statement_, column) == SQLITE_NULL;
+}
+
+void Query::check(int result) const
+{
+    if (result != SQLITE_OK)
+        throw SqliteError(sqlite3_errmsg(sqlite3_db_handle(statement_)));
+}
+
+Transaction::Transaction(Database& database) : database_(database)
+{
+    // A writer from the first statement on: a reader that became one could be refused half-way.
+    database_.execute("BEGIN IMMEDIATE");
+}
+
+Transaction::~Transaction()
+{
+    if (open_)
+        sqlite3_exec(database_.handle(), "ROLLBACK", nullptr, nullptr, nullptr);
+}
+
+void Transaction::commit()
+{
+    database_.execute("COMMIT");
+    open_ = false;
+}
+
+} // namespace masterd

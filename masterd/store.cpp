@@ -1,0 +1,276 @@
+#include "masterd/store.h"
+
+#include "platform/file_io.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <stdexcept>
+
+namespace masterd {
+
+namespace {
+
+constexpr std::int64_t SCHEMA_VERSION = 1;
+
+/// Rows of identity stay for ever: a host id is never given twice, and a revoked one stays known as such.
+constexpr const char* SCHEMA = R"(
+CREATE TABLE IF NOT EXISTS identity (
+    host_id TEXT PRIMARY KEY, host_name TEXT NOT NULL, type TEXT NOT NULL CHECK (type IN ('host', 'cluster')),
+    revoked_at INTEGER) STRICT;
+CREATE INDEX IF NOT EXISTS identity_by_name ON identity (host_name);
+CREATE TABLE IF NOT EXISTS invitation (
+    id TEXT PRIMARY KEY, hash TEXT NOT NULL, host_name TEXT NOT NULL,
+    type TEXT NOT NULL CHECK (type IN ('host', 'cluster')), expires_at INTEGER NOT NULL,
+    host_id TEXT UNIQUE REFERENCES identity (host_id), withdrawn_at INTEGER) STRICT;
+CREATE TABLE IF NOT EXISTS token (
+    id TEXT PRIMARY KEY, hash TEXT NOT NULL, host_id TEXT NOT NULL REFERENCES identity (host_id),
+    expires_at INTEGER NOT NULL) STRICT;
+CREATE INDEX IF NOT EXISTS token_by_host ON token (host_id);
+CREATE INDEX IF NOT EXISTS token_by_end ON token (expires_at);
+CREATE TABLE IF NOT EXISTS host (
+    host_id TEXT PRIMARY KEY REFERENCES identity (host_id), host_name TEXT NOT NULL,
+    record TEXT NOT NULL) STRICT;
+CREATE INDEX IF NOT EXISTS host_by_name ON host (host_name, host_id);
+PRAGMA user_version = 1;
+)";
+
+const char* toText(IdentityType type)
+{
+    return type == IdentityType::cluster ? "cluster" : "host";
+}
+
+IdentityType toIdentityType(const std::string& text)
+{
+    return text == "cluster" ? IdentityType::cluster : IdentityType::host;
+}
+
+/// Durable from the first statement on: a commit returns when the log of changes is on the disk.
+void setDurable(Database& database)
+{
+    database.execute("PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL; PRAGMA foreign_keys = ON;"
+                     "PRAGMA trusted_schema = OFF");
+}
+
+std::int64_t readSchemaVersion(const Database& database)
+{
+    const Statement statement(database, "PRAGMA user_version");
+    Query query(statement);
+    return query.next() ? query.number(0) : 0;
+}
+
+Database openDatabase(const std::string& path)
+{
+    Database database(path);
+    setDurable(database);
+    if (readSchemaVersion(database) != SCHEMA_VERSION)
+        throw SqliteError("it is not a host database of this release");
+    return database;
+}
+
+std::string asArray(Query& query)
+{
+    std::string array = "[";
+    while (query.next()) {
+        if (array.size() > 1)
+            array += ',';
+        array += query.text(0);
+    }
+    return array += ']';
+}
+
+} // namespace
+
+void Store::create(const std::string& path)
+{
+    const tq::FileDescriptor file = tq::openOwnFile(path, O_RDWR | O_CREAT, 0600, "Store::create");
+    if (!file)
+        throw std::runtime_error(std::strerror(errno));
+    Database database(path);
+    setDurable(database);
+    Transaction transaction(database);
+    const std::int64_t version = readSchemaVersion(database);
+    if (version != 0 && version != SCHEMA_VERSION)
+        throw SqliteError("it is not a host database of this release");
+    database.execute(SCHEMA);
+    transaction.commit();
+}
+
+Store::Store(const std::string& path)
+    : database_(openDatabase(path)),
+      addInvitation_(database_, "INSERT INTO invitation (id, hash, host_name, type, expires_at)"
+                                " VALUES (?, ?, ?, ?, ?)"),
+      readInvitation_(database_, "SELECT hash, host_name, type FROM invitation"
+                                 " WHERE id = ? AND expires_at > ? AND host_id IS NULL"
+                                 " AND withdrawn_at IS NULL"),
+      useInvitation_(database_, "UPDATE invitation SET host_id = ? WHERE id = ?"),
+      withdrawInvitations_(database_, "UPDATE invitation SET withdrawn_at = ? WHERE host_name = ?"
+                                      " AND host_id IS NULL AND withdrawn_at IS NULL"),
+      addIdentity_(database_, "INSERT INTO identity (host_id, host_name, type) VALUES (?, ?, ?)"),
+      readIdentity_(database_, "SELECT host_name, type FROM identity WHERE host_id = ?"
+                               " AND revoked_at IS NULL"),
+      revokeIdentities_(database_, "UPDATE identity SET revoked_at = ? WHERE host_name = ?"
+                                   " AND revoked_at IS NULL"),
+      forgetTokens_(database_, "DELETE FROM token WHERE expires_at <= ?"),
+      forgetRevokedTokens_(database_, "DELETE FROM token WHERE host_id IN"
+                                      " (SELECT host_id FROM identity WHERE host_name = ?)"),
+      addToken_(database_, "INSERT INTO token (id, hash, host_id, expires_at) VALUES (?, ?, ?, ?)"),
+      readToken_(database_, "SELECT hash FROM token WHERE id = ? AND host_id = ? AND expires_at > ?"),
+      // Entered only while the identity stands: a revocation may come between its check and this.
+      putHost_(database_, "INSERT INTO host (host_id, host_name, record) SELECT host_id, host_name, ?"
+                          " FROM identity WHERE host_id = ? AND revoked_at IS NULL"
+                          " ON CONFLICT (host_id) DO UPDATE SET record = excluded.record"),
+      addHost_(database_, "INSERT INTO host (host_id, host_name, record) SELECT host_id, host_name, ?"
+                          " FROM identity WHERE host_id = ? AND revoked_at IS NULL"),
+      readHost_(database_, "SELECT record FROM host WHERE host_id = ?"),
+      deleteHost_(database_, "DELETE FROM host WHERE host_id = ?"),
+      deleteRevokedHosts_(database_, "DELETE FROM host WHERE host_name = ?"),
+      listAll_(database_, "SELECT record FROM host ORDER BY host_name, host_id"),
+      listNamed_(database_, "SELECT record FROM host WHERE host_name = ? ORDER BY host_id")
+{
+}
+
+Secret Store::invite(const std::string& hostName, IdentityType type, std::int64_t expiresAt)
+{
+    const Secret invitation = makeSecret();
+    const std::string hash = invitation.hash();
+    const std::lock_guard lock(mutex_);
+    Query(addInvitation_)
+        .with(invitation.id)
+        .with(hash)
+        .with(hostName)
+        .with(toText(type))
+        .with(expiresAt)
+        .run();
+    return invitation;
+}
+
+bool Store::isInvitationOpen(const Secret& invitation, std::int64_t now, Identity* invited)
+{
+    Query query(readInvitation_);
+    query.with(invitation.id).with(now);
+    if (!query.next() || !invitation.matches(query.text(0)))
+        return false;
+    if (invited != nullptr)
+        *invited = Identity{"", query.text(1), toIdentityType(query.text(2))};
+    return true;
+}
+
+std::optional<Identity> Store::findInvitation(const Secret& invitation, std::int64_t now)
+{
+    const std::lock_guard lock(mutex_);
+    Identity invited;
+    if (!isInvitationOpen(invitation, now, &invited))
+        return std::nullopt;
+    return invited;
+}
+
+bool Store::redeemInvitation(const Secret& invitation, const Identity& identity, std::int64_t now)
+{
+    const std::lock_guard lock(mutex_);
+    Transaction transaction(database_);
+    if (!isInvitationOpen(invitation, now, nullptr))
+        return false;
+    Query(addIdentity_).with(identity.hostId).with(identity.hostName).with(toText(identity.type)).run();
+    Query(useInvitation_).with(identity.hostId).with(invitation.id).run();
+    transaction.commit();
+    return true;
+}
+
+std::optional<Identity> Store::findIdentity(const std::string& hostId)
+{
+    const std::lock_guard lock(mutex_);
+    Query query(readIdentity_);
+    query.with(hostId);
+    if (!query.next())
+        return std::nullopt;
+    return Identity{hostId, query.text(0), toIdentityType(query.text(1))};
+}
+
+Store::Revoked Store::revoke(const std::string& hostName, std::int64_t now)
+{
+    const std::lock_guard lock(mutex_);
+    Transaction transaction(database_);
+    Revoked revoked;
+    Query(revokeIdentities_).with(now).with(hostName).run();
+    revoked.identities = database_.changes();
+    Query(withdrawInvitations_).with(now).with(hostName).run();
+    revoked.invitations = database_.changes();
+    Query(forgetRevokedTokens_).with(hostName).run();
+    Query(deleteRevokedHosts_).with(hostName).run();
+    transaction.commit();
+    return revoked;
+}
+
+Secret Store::issueToken(const std::string& hostId, std::int64_t now, std::int64_t expiresAt)
+{
+    const Secret token = makeSecret();
+    const std::string hash = token.hash();
+    const std::lock_guard lock(mutex_);
+    Transaction transaction(database_);
+    Query(forgetTokens_).with(now).run();
+    Query(addToken_).with(token.id).with(hash).with(hostId).with(expiresAt).run();
+    transaction.commit();
+    return token;
+}
+
+bool Store::isTokenValid(const Secret& token, const std::string& hostId, std::int64_t now)
+{
+    const std::lock_guard lock(mutex_);
+    Query query(readToken_);
+    query.with(token.id).with(hostId).with(now);
+    return query.next() && token.matches(query.text(0));
+}
+
+Store::Stored Store::putHost(const Identity& identity, std::string_view record)
+{
+    const std::lock_guard lock(mutex_);
+    Query(putHost_).with(record).with(identity.hostId).run();
+    return database_.changes() == 1 ? Stored::done : Stored::noIdentity;
+}
+
+Store::Stored Store::addHost(const Identity& identity, std::string_view record)
+{
+    const std::lock_guard lock(mutex_);
+    Transaction transaction(database_);
+    if (Query query(readHost_); query.with(identity.hostId).next())
+        return Stored::exists;
+    Query(addHost_).with(record).with(identity.hostId).run();
+    const bool entered = database_.changes() == 1;
+    transaction.commit();
+    return entered ? Stored::done : Stored::noIdentity;
+}
+
+std::optional<std::string> Store::findHost(const std::string& hostId)
+{
+    const std::lock_guard lock(mutex_);
+    Query query(readHost_);
+    query.with(hostId);
+    if (!query.next())
+        return std::nullopt;
+    return query.text(0);
+}
+
+bool Store::deleteHost(const std::string& hostId)
+{
+    const std::lock_guard lock(mutex_);
+    Query(deleteHost_).with(hostId).run();
+    return database_.changes() == 1;
+}
+
+std::string Store::listHosts()
+{
+    const std::lock_guard lock(mutex_);
+    Query query(listAll_);
+    return asArray(query);
+}
+
+std::string Store::listHosts(const std::string& hostName)
+{
+    const std::lock_guard lock(mutex_);
+    Query query(listNamed_);
+    query.with(hostName);
+    return asArray(query);
+}
+
+} // namespace masterd

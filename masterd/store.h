@@ -1,0 +1,97 @@
+/// The host database: identities, invitations, tokens and host records, in one SQLite file.
+#pragma once
+
+#include "masterd/identity.h"
+#include "masterd/secret.h"
+#include "masterd/sqlite.h"
+
+#include <cstdint>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace masterd {
+
+/// Safe for use by several threads, and beside other processes that open the same file. Every operation
+/// throws SqliteError when the database fails; what it did is then undone. One that returns after a change
+/// has it on the disk. Times are Unix seconds.
+class Store {
+public:
+    /// Makes the file (mode 0600) when it is absent, and in it what is missing of the database; what is
+    /// there stays. Throws std::runtime_error when the file cannot be made.
+    static void create(const std::string& path);
+
+    /// Opens a database that create() made.
+    explicit Store(const std::string& path);
+
+    /// A new invitation for one host name and type, good until `expiresAt`. Its text goes to the
+    /// administrator and cannot be had again.
+    Secret invite(const std::string& hostName, IdentityType type, std::int64_t expiresAt);
+
+    /// Whom an invitation is for: name and type, no host id yet. Absent when it is unknown, used, expired or
+    /// withdrawn.
+    std::optional<Identity> findInvitation(const Secret& invitation, std::int64_t now);
+
+    /// Uses an invitation up and enters the identity that it led to, both or neither. False when another
+    /// was quicker, or the invitation has expired since.
+    [[nodiscard]] bool redeemInvitation(const Secret& invitation, const Identity& identity, std::int64_t now);
+
+    /// The identity with this host id; absent when it is unknown or has been revoked.
+    std::optional<Identity> findIdentity(const std::string& hostId);
+
+    /// Number of things that a revocation ended.
+    struct Revoked {
+        int identities = 0;
+        int invitations = 0;
+    };
+    /// Ends all identities of a host name, of either type, with their tokens and host records (nobody else
+    /// could ever remove those), and withdraws open invitations for that name.
+    Revoked revoke(const std::string& hostName, std::int64_t now);
+
+    /// A new access token of an identity. Tokens of any identity that ended before `now` are forgotten.
+    Secret issueToken(const std::string& hostId, std::int64_t now, std::int64_t expiresAt);
+    /// Whether a token is this identity's and has not ended.
+    [[nodiscard]] bool isTokenValid(const Secret& token, const std::string& hostId, std::int64_t now);
+
+    /// What became of a record that was to be stored.
+    enum class Stored { done, exists, noIdentity };
+    /// Enters a host's record, or replaces it whole; noIdentity when the identity has just been revoked.
+    Stored putHost(const Identity& identity, std::string_view record);
+    /// Enters a host's record; `exists` when it has one already.
+    Stored addHost(const Identity& identity, std::string_view record);
+    /// A host's record as it was stored.
+    std::optional<std::string> findHost(const std::string& hostId);
+    /// False when there was none.
+    [[nodiscard]] bool deleteHost(const std::string& hostId);
+    /// The records of all hosts as a JSON array, in ascending byte order of host name, then host id.
+    std::string listHosts();
+    /// The same of the hosts with exactly this name.
+    std::string listHosts(const std::string& hostName);
+
+private:
+    bool isInvitationOpen(const Secret& invitation, std::int64_t now, Identity* invited);
+
+    std::mutex mutex_;
+    Database database_;
+    Statement addInvitation_;
+    Statement readInvitation_;
+    Statement useInvitation_;
+    Statement withdrawInvitations_;
+    Statement addIdentity_;
+    Statement readIdentity_;
+    Statement revokeIdentities_;
+    Statement forgetTokens_;
+    Statement forgetRevokedTokens_;
+    Statement addToken_;
+    Statement readToken_;
+    Statement putHost_;
+    Statement addHost_;
+    Statement readHost_;
+    Statement deleteHost_;
+    Statement deleteRevokedHosts_;
+    Statement listAll_;
+    Statement listNamed_;
+};
+
+} // namespace masterd

@@ -1,0 +1,219 @@
+#include "masterd/tls_connection.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <fcntl.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <openssl/err.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace masterd {
+
+namespace {
+
+constexpr std::string_view HEAD_END = "\r\n\r\n";
+constexpr std::chrono::milliseconds LAST_READING{1000};
+
+using NameCall = int (*)(int, sockaddr*, socklen_t*);
+
+void readAddress(int socket, NameCall nameOf, std::string& ip, int& port)
+{
+    sockaddr_storage address{};
+    socklen_t length = sizeof address;
+    auto* const generic = reinterpret_cast<sockaddr*>(&address);
+    std::array<char, NI_MAXHOST> host{};
+    std::array<char, NI_MAXSERV> service{};
+    if (nameOf(socket, generic, &length) != 0 ||
+        getnameinfo(generic, length, host.data(), host.size(), service.data(), service.size(),
+                    NI_NUMERICHOST | NI_NUMERICSERV) != 0)
+        return;
+    ip = host.data();
+    port = static_cast<int>(std::strtol(service.data(), nullptr, 10));
+}
+
+} // namespace
+
+TlsConnection::TlsConnection(SSL_CTX& context, int socket, int stopEvent, const ConnectionLimits& limits)
+    : socket_(socket), stopEvent_(stopEvent), limits_(limits), ssl_(SSL_new(&context))
+{
+    fcntl(socket_, F_SETFD, FD_CLOEXEC);
+    fcntl(socket_, F_SETFL, fcntl(socket_, F_GETFL) | O_NONBLOCK);
+    // Head and body of a reply are two writes; the second shall not wait for the first one's receipt.
+    const int on = 1;
+    setsockopt(socket_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    if (ssl_)
+        SSL_set_fd(ssl_.get(), socket_);
+}
+
+TlsConnection::~TlsConnection()
+{
+    if (established_) {
+        ERR_clear_error();
+        SSL_shutdown(ssl_.get());
+    }
+    close(socket_);
+}
+
+bool TlsConnection::waitFor(short events, Clock::time_point deadline, bool stoppable) const
+{
+    for (;;) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+        if (left <= 0)
+            return false;
+        std::array<pollfd, 2> waited{{{socket_, events, 0}, {stoppable ? stopEvent_ : -1, POLLIN, 0}}};
+        const int ready = poll(waited.data(), waited.size(), static_cast<int>(std::min<long>(left, INT_MAX)));
+        if (ready < 0 && errno != EINTR)
+            return false;
+        if (ready > 0)
+            return waited[1].revents == 0;
+    }
+}
+
+/// Runs an operation of OpenSSL until it has done something. 0 when the client has closed, negative when the
+/// connection failed, the time is up or (where that ends it) the service stops.
+template <typename Operation>
+int TlsConnection::perform(Operation operation, Clock::time_point deadline, bool stoppable)
+{
+    for (;;) {
+        ERR_clear_error();
+        const int result = operation(ssl_.get());
+        if (result > 0)
+            return result;
+        switch (SSL_get_error(ssl_.get(), result)) {
+        case SSL_ERROR_WANT_READ:
+            if (!waitFor(POLLIN, deadline, stoppable))
+                return -1;
+            break;
+        case SSL_ERROR_WANT_WRITE:
+            if (!waitFor(POLLOUT, deadline, stoppable))
+                return -1;
+            break;
+        case SSL_ERROR_ZERO_RETURN:
+            return 0;
+        default:
+            established_ = false; // after a fatal failure no goodbye is allowed
+            return -1;
+        }
+    }
+}
+
+bool TlsConnection::handshake()
+{
+    const Clock::time_point start = Clock::now();
+    if (!ssl_ || !waitFor(POLLIN, start + limits_.firstByte, true))
+        return false;
+    established_ = perform(SSL_accept, start + limits_.handshake, true) == 1;
+    return established_;
+}
+
+bool TlsConnection::awaitRequest()
+{
+    headBytes_ = 0;
+    bodyBytes_ = 0;
+    blankLineProgress_ = 0;
+    const bool arrived = begin_ < end_ || fill(Clock::now() + limits_.firstByte, true);
+    requestDeadline_ = Clock::now() + limits_.request;
+    return arrived;
+}
+
+bool TlsConnection::fill(Clock::time_point deadline, bool stoppable)
+{
+    const int got =
+        perform([this](SSL* ssl) { return SSL_read(ssl, buffer_.data(), static_cast<int>(buffer_.size())); },
+                deadline, stoppable);
+    begin_ = 0;
+    end_ = static_cast<std::size_t>(std::max(got, 0));
+    return got > 0;
+}
+
+/// Counts what is handed out against the limits. The HTTP library has none for a whole head, nor for a body
+/// in chunks.
+bool TlsConnection::count(const char* data, std::size_t size)
+{
+    const auto headEnd = static_cast<int>(HEAD_END.size());
+    for (std::size_t i = 0; i < size; ++i) {
+        if (blankLineProgress_ == headEnd) {
+            bodyBytes_ += size - i;
+            break;
+        }
+        ++headBytes_;
+        if (data[i] == HEAD_END[static_cast<std::size_t>(blankLineProgress_)])
+            ++blankLineProgress_;
+        else
+            blankLineProgress_ = data[i] == '\r' ? 1 : 0;
+    }
+    return headBytes_ <= limits_.headBytes && bodyBytes_ <= limits_.bodyBytes;
+}
+
+ssize_t TlsConnection::read(char* buffer, std::size_t size)
+{
+    if (begin_ == end_ && !fill(requestDeadline_, false))
+        return -1;
+    const std::size_t taken = std::min(size, end_ - begin_);
+    std::memcpy(buffer, buffer_.data() + begin_, taken);
+    begin_ += taken;
+    return count(buffer, taken) ? static_cast<ssize_t>(taken) : -1;
+}
+
+ssize_t TlsConnection::write(const char* data, std::size_t size)
+{
+    std::size_t written = 0;
+    while (written < size) {
+        const int block = static_cast<int>(std::min<std::size_t>(size - written, INT_MAX));
+        const int done = perform([&](SSL* ssl) { return SSL_write(ssl, data + written, block); },
+                                 Clock::now() + limits_.writeStall, false);
+        if (done <= 0)
+            return -1;
+        written += static_cast<std::size_t>(done);
+    }
+    return static_cast<ssize_t>(written);
+}
+
+void TlsConnection::finishReading()
+{
+    if (!established_)
+        return;
+    ERR_clear_error();
+    SSL_shutdown(ssl_.get());
+    established_ = false;
+    shutdown(socket_, SHUT_WR);
+    const Clock::time_point deadline = Clock::now() + LAST_READING;
+    while (waitFor(POLLIN, deadline, true)) {
+        const ssize_t got = recv(socket_, buffer_.data(), buffer_.size(), 0);
+        if (got == 0 || (got < 0 && errno != EAGAIN && errno != EINTR))
+            return;
+    }
+}
+
+const X509* TlsConnection::peerCertificate() const
+{
+    return SSL_get_verify_result(ssl_.get()) == X509_V_OK ? SSL_get0_peer_certificate(ssl_.get()) : nullptr;
+}
+
+bool TlsConnection::is_readable() const
+{
+    return begin_ < end_ || SSL_pending(ssl_.get()) > 0 || waitFor(POLLIN, requestDeadline_, false);
+}
+
+bool TlsConnection::is_writable() const
+{
+    return waitFor(POLLOUT, Clock::now() + limits_.writeStall, false);
+}
+
+void TlsConnection::get_remote_ip_and_port(std::string& ip, int& port) const
+{
+    readAddress(socket_, getpeername, ip, port);
+}
+
+void TlsConnection::get_local_ip_and_port(std::string& ip, int& port) const
+{
+    readAddress(socket_, getsockname, ip, port);
+}
+
+} // namespace masterd
