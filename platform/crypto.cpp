@@ -8,7 +8,6 @@
 #include <openssl/err.h>
 #include <openssl/evp.h>
 #include <openssl/pem.h>
-#include <openssl/rand.h>
 #include <openssl/x509.h>
 #include <openssl/x509v3.h>
 #include <stdexcept>
@@ -24,18 +23,6 @@ struct GeneralNamesRelease {
     void operator()(GENERAL_NAMES* names) const { GENERAL_NAMES_free(names); }
 };
 using GeneralNames = std::unique_ptr<GENERAL_NAMES, GeneralNamesRelease>;
-
-std::string toHex(const unsigned char* bytes, std::size_t count)
-{
-    static constexpr const char* DIGITS = "0123456789abcdef";
-    std::string text;
-    text.reserve(count * 2);
-    for (std::size_t i = 0; i < count; ++i) {
-        text += DIGITS[bytes[i] >> 4];
-        text += DIGITS[bytes[i] & 0x0f];
-    }
-    return text;
-}
 
 /// OpenSSL's default would ask on the terminal.
 int noPassword(char* /*buffer*/, int /*size*/, int /*writing*/, void* /*argument*/)
@@ -121,7 +108,7 @@ std::string sha256Hex(std::string_view bytes)
     unsigned int length = 0;
     if (EVP_Digest(bytes.data(), bytes.size(), digest.data(), &length, EVP_sha256(), nullptr) != 1)
         throw std::runtime_error("SHA-256 is not to be had: " + takeOpenSslError());
-    return toHex(digest.data(), length);
+    return hexDigits(digest.data(), length);
 }
 
 std::string certificateFingerprint(const X509& certificate)
@@ -130,22 +117,7 @@ std::string certificateFingerprint(const X509& certificate)
     unsigned int length = 0;
     if (X509_digest(&certificate, EVP_sha256(), digest.data(), &length) != 1)
         throw std::runtime_error("SHA-256 is not to be had: " + takeOpenSslError());
-    return toHex(digest.data(), length);
-}
-
-std::string randomBytes(std::size_t count)
-{
-    std::string bytes(count, '\0');
-    if (count > INT_MAX ||
-        RAND_bytes(reinterpret_cast<unsigned char*>(bytes.data()), static_cast<int>(count)) != 1)
-        throw std::runtime_error("no random bytes to be had: " + takeOpenSslError());
-    return bytes;
-}
-
-std::string randomHex(std::size_t bytes)
-{
-    const std::string random = randomBytes(bytes);
-    return toHex(reinterpret_cast<const unsigned char*>(random.data()), random.size());
+    return hexDigits(digest.data(), length);
 }
 
 std::string randomUuid()
@@ -153,7 +125,7 @@ std::string randomUuid()
     std::string bytes = randomBytes(16);
     bytes[6] = static_cast<char>((bytes[6] & 0x0f) | 0x40); // version: random
     bytes[8] = static_cast<char>((bytes[8] & 0x3f) | 0x80); // variant of RFC 4122
-    std::string text = toHex(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
+    std::string text = hexDigits(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
     for (const std::size_t position : {8U, 13U, 18U, 23U})
         text.insert(position, 1, '-');
     return text;

@@ -1,5 +1,7 @@
-/// Keys, certificate requests, certificates, digests and random values, on OpenSSL.
+/// Keys, certificate requests, certificates and digests, on OpenSSL.
 #pragma once
+
+#include "platform/random.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -35,10 +37,6 @@ std::string sha256Hex(std::string_view bytes);
 /// SHA-256 of a certificate's DER form, as 64 lower-case hexadecimal digits.
 std::string certificateFingerprint(const X509& certificate);
 
-/// Random values of OpenSSL's generator. They throw std::runtime_error when it has none to give.
-std::string randomBytes(std::size_t count);
-/// `bytes` random bytes as lower-case hexadecimal digits, two a byte.
-std::string randomHex(std::size_t bytes);
 /// A random (version 4) UUID in lower case: "xxxxxxxx-xxxx-4xxx-yxxx-xxxxxxxxxxxx".
 std::string randomUuid();
 

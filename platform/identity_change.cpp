@@ -1,9 +1,9 @@
-#include "platform/crypto.h"
 #include "platform/file_io.h"
 #include "platform/identity_document.h"
 #include "platform/identity_store.h"
 #include "platform/lockfile.h"
 #include "platform/paths.h"
+#include "platform/random.h"
 #include "platform/server_name.h"
 #include "platform/stale_files.h"
 #include "platform/status.h"
@@ -247,11 +247,14 @@ int removeIdentity(const std::string& server, cert_type certType, std::string* c
     if (lock.fd == -1)
         return lockFailure(cause);
     IdentityDocument document;
-    if (const int status = readIdentityDocument(document, cause); status != EC_success)
-        return status;
+    const int readStatus = readIdentityDocument(document, cause);
+    if (readStatus != EC_success && readStatus != EC_identity_store_missing)
+        return readStatus;
     const std::set<std::string> before = namedFiles(document);
-    if (!takeOut(document, server, certType))
-        return EC_identity_not_found;
+    if (!takeOut(document, server, certType)) {
+        removeFilesBeyond(before, before); // an earlier removal may have been killed half-way
+        return readStatus == EC_success ? EC_identity_not_found : EC_identity_store_missing;
+    }
     const bool empty = json_array_size(identityArray(document)) == 0;
     if (const int status = empty ? deleteStore(cause) : writeDocument(document, cause); status != EC_success)
         return status;

@@ -1,17 +1,15 @@
 #include "platform/stale_files.h"
 
-#include "platform/crypto.h"
 #include "platform/file_io.h"
+#include "platform/random.h"
 
 #include <cerrno>
 #include <charconv>
 #include <csignal>
-#include <cstdlib>
 #include <ctime>
 #include <optional>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <vector>
 
 namespace tq {
 namespace {
