@@ -196,6 +196,8 @@ class Sandbox:
         arguments += ["--bind", str(self.torqv), INSTALL_ROOT, "--bind", str(self.shared), "/shared"]
         for program in PROGRAMS:
             arguments += ["--ro-bind", str(self.build / "bin" / program), f"{BIN_DIR}/{program}"]
+        catalogues = self.build / "share" / "locale"
+        arguments += ["--ro-bind-try", str(catalogues), f"{INSTALL_ROOT}/torquenix/share/locale"]
         arguments += ["--ro-bind", str(HERE), "/tests"]
         return arguments + self.extra_arguments
 
@@ -463,11 +465,6 @@ class Master:
         self.data_outside = sandbox.shared / folder
         self.process = None
 
-    def database(self):
-        """The host database's file, seen from outside."""
-        (file,) = self.data_outside.glob("*.db")
-        return file
-
     def _run(self, *arguments):
         result = self.sandbox.run([f"{BIN_DIR}/tqmasterd", *arguments])
         if result.status != 0:
@@ -490,11 +487,11 @@ class Master:
         self.process = None
         return result
 
-    def invite(self, host, cluster=False):
+    def invite(self, host, cluster=False, expires_in=None):
         arguments = ["invite", "--data", self.data, "--host", host] + (["--cluster"] if cluster else [])
-        printed = self._run(*arguments).out
-        fields = dict(re.findall(r"^\s*(invitation|fingerprint)\s*[:=]\s*(\S+)\s*$", printed, re.I | re.M))
-        fields = {key.lower(): value for key, value in fields.items()}
+        if expires_in is not None:
+            arguments += ["--expires-in", str(expires_in)]
+        fields = dict(line.split(": ") for line in self._run(*arguments).out.splitlines())
         return Invitation(fields["invitation"], fields["fingerprint"])
 
     def revoke(self, host):

@@ -16,7 +16,7 @@ def serve(box, master, address):
 
 def test_a_second_server_on_the_same_data_says_so_and_ends(box, master):
     result = serve(box, master, "127.0.0.3")
-    assert result.status > 0
+    assert result.status == 3
     assert master.data in result.err
     assert master.process.is_running()
 
@@ -24,7 +24,7 @@ def test_a_second_server_on_the_same_data_says_so_and_ends(box, master):
 def test_a_second_server_on_the_same_port_says_so_and_ends(box, master):
     other = box.master("master2.example")
     result = serve(box, other, master.address)
-    assert result.status > 0
+    assert result.status == 4
     assert "1556" in result.err
     assert master.process.is_running()
 
@@ -69,7 +69,7 @@ def test_a_folder_without_data_is_refused(box):
 @pytest.mark.parametrize("arguments", [[], ["bogus"], ["init"], ["serve", "--data"], ["invite", "--bogus"]])
 def test_a_command_line_that_makes_no_sense_is_refused(box, arguments):
     result = box.run([PROGRAM, *arguments], timeout=20)
-    assert result.status > 0
+    assert result.status == 2
     assert result.err
 
 
