@@ -36,6 +36,7 @@ struct RunningCommand {
     timer_t timer{};
     bool hasTimer = false;
     struct sigaction savedTimerAction {};
+    sigset_t savedMask{};
     int savedSubreaper = 0;
 };
 
@@ -77,6 +78,10 @@ void armTimer(const char* context)
     action.sa_handler = onLimit;
     action.sa_flags = SA_RESTART;
     sigaction(timerSignal(), &action, &running.savedTimerAction);
+    sigset_t unblocked;
+    sigemptyset(&unblocked);
+    sigaddset(&unblocked, timerSignal());
+    pthread_sigmask(SIG_UNBLOCK, &unblocked, &running.savedMask);
     sigevent event{};
     event.sigev_notify = SIGEV_SIGNAL;
     event.sigev_signo = timerSignal();
@@ -93,6 +98,7 @@ void disarmTimer()
     if (running.hasTimer)
         timer_delete(running.timer);
     sigaction(timerSignal(), &running.savedTimerAction, nullptr);
+    pthread_sigmask(SIG_SETMASK, &running.savedMask, nullptr);
 }
 
 /// Whether a raw result of system() says that the command was ended by the file-size limit: it was the shell

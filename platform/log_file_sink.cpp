@@ -86,7 +86,7 @@ int LogFileSink::open(Time time)
 {
     day_ = dayText(time, 0);
     file_ = openOwnFile(path(day_), O_WRONLY | O_APPEND | O_CREAT, mode_, nullptr);
-    firstOfDay_ = isEmpty(file_.get());
+    firstOfDay_ = file_ && isEmpty(file_.get());
     return file_.get();
 }
 
