@@ -1,0 +1,127 @@
+#include "enroll/enrollment.h"
+
+#include "enroll/enroll_failure.h"
+#include "enroll/enrollment_reply.h"
+#include "enroll/server_authority.h"
+#include "platform/http_answer.h"
+#include "platform/http_session.h"
+#include "platform/json.h"
+#include "platform/status.h"
+
+#include <vector>
+
+namespace enroll {
+
+namespace {
+
+constexpr const char* ENROLLMENT_PATH = "torquenix/security/enrollments";
+constexpr std::int64_t HTTP_CREATED = 201;
+constexpr std::int64_t HTTP_FORBIDDEN = 403;
+
+/// An invitation is spent by its first use, so a store that could not take the identity is found out before.
+void requireUsableStore()
+{
+    std::string cause;
+    int status = tq::makeIdentityDirectory(&cause);
+    std::vector<tq::Identity> identities;
+    if (status == EC_success)
+        status = tq::loadIdentityStore(identities, &cause);
+    if (status != EC_success && status != EC_identity_store_missing)
+        throw Failure(ExitStatus::storeFailed, "the identity store cannot be used: " + cause);
+}
+
+[[noreturn]] void failTransfer(const EnrollmentOrder& order, const tq::TransferResult& result)
+{
+    const std::string server = "server " + order.server + " on port " + std::to_string(order.port);
+    switch (result.status) {
+    case EC_cannot_connect:
+    case EC_web_timeout:
+        throw Failure(ExitStatus::notReachable, server + " is not reachable: " + result.cause);
+    case EC_web_not_trusted:
+    case EC_web_certificate_refused:
+        throw Failure(ExitStatus::notTrusted, server + " is not trusted: " + result.cause);
+    default:
+        throw Failure(ExitStatus::replyUnusable, server + " gave no usable answer: " + result.cause);
+    }
+}
+
+/// The authority of the server in PEM, once its fingerprint is the expected one.
+std::string trustedAuthority(const EnrollmentOrder& order, const tq::WebLimits& limits)
+{
+    tq::Certificate authority;
+    const tq::TransferResult result = takeServerAuthority(order.server, order.port, limits, authority);
+    if (result.status != EC_success)
+        failTransfer(order, result);
+    if (!tq::equalInConstantTime(tq::certificateFingerprint(*authority), order.fingerprint))
+        throw Failure(ExitStatus::wrongFingerprint,
+                      "the authority of server " + order.server +
+                          " has another fingerprint than the given one, so the invitation was not sent");
+    return tq::certificateToPem(*authority);
+}
+
+std::string requestBody(const EnrollmentOrder& order, EVP_PKEY& key)
+{
+    // The authority writes subject and names itself, so the subject here only has to be there.
+    const std::string request = tq::makeCertificateRequest(key, tq::certTypeName(order.certType));
+    const tq::JsonRef body(json_pack("{s:s, s:s}", "invitation", order.invitation.c_str(),
+                                     "certificateRequest", request.c_str()));
+    const tq::JsonText text(json_dumps(body.get(), JSON_COMPACT));
+    if (request.empty() || !text)
+        throw Failure(ExitStatus::failed, "the certificate request could not be made");
+    return text.get();
+}
+
+/// Sends the invitation over a connection that trusts this authority alone; the body of the 201.
+std::string redeemInvitation(const EnrollmentOrder& order, const std::string& authority,
+                             const std::string& body, const tq::WebLimits& limits)
+{
+    tq::TlsTrust trust;
+    trust.authoritiesPem = authority;
+    tq::HttpSession session(order.server, order.port, trust, limits);
+    tq::HttpRequest request;
+    request.method = "POST";
+    request.path = ENROLLMENT_PATH;
+    request.body = &body;
+    tq::HttpReply reply;
+    if (const tq::TransferResult result = session.send(request, reply); result.status != EC_success)
+        failTransfer(order, result);
+    const std::string answer = tq::describeAnswer(reply.status, reply.body);
+    if (reply.status == HTTP_FORBIDDEN)
+        throw Failure(ExitStatus::invitationRefused, "server " + order.server +
+                                                         " does not take the invitation, which is unknown, "
+                                                         "used or expired: " +
+                                                         answer);
+    if (reply.status != HTTP_CREATED)
+        throw Failure(ExitStatus::replyUnusable,
+                      "server " + order.server + " did not enrol this host: " + answer);
+    return reply.body;
+}
+
+} // namespace
+
+tq::Identity enroll(const EnrollmentOrder& order, const tq::WebLimits& limits)
+{
+    requireUsableStore();
+    const std::string authority = trustedAuthority(order, limits);
+    const tq::Key key = tq::generateKey();
+    if (!key)
+        throw Failure(ExitStatus::failed, "no key could be made");
+    const std::string answer = redeemInvitation(order, authority, requestBody(order, *key), limits);
+    const EnrollmentReply reply = parseEnrollmentReply(answer, *key);
+
+    tq::Identity identity;
+    identity.server = order.server;
+    identity.certType = order.certType;
+    identity.hostId = reply.hostId;
+    identity.hostName = reply.hostName;
+    identity.trustVersion = reply.trustVersion;
+    identity.caMode = CA_USAGE_INTERNAL;
+    const tq::IdentityPem pem{reply.certificate, tq::keyToPem(*key), reply.caCertificates};
+    std::string cause;
+    if (tq::saveIdentity(identity, pem, &identity, &cause) != EC_success)
+        throw Failure(ExitStatus::storeFailed,
+                      "the new identity could not be stored, and the invitation is spent: " + cause);
+    return identity;
+}
+
+} // namespace enroll

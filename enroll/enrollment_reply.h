@@ -1,0 +1,29 @@
+/// The master server's answer to an enrolment.
+#pragma once
+
+#include "platform/crypto.h"
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace enroll {
+
+/// What an enrolment brings, checked.
+struct EnrollmentReply {
+    std::string hostId;
+    std::string hostName; ///< from the certificate
+    std::string certificate;
+    std::string caCertificates;
+    std::optional<std::string> trustVersion;
+};
+
+/// Whether a text is a UUID in lower or upper case, 8-4-4-4-12 digits.
+bool isUuid(std::string_view text);
+
+/// Parses and checks the body of a 201: `hostId` is a UUID, the certificate belongs to `key`, names
+/// "urn:uuid:<hostId>" and one host name at least, and `caCertificates` holds certificates. Throws Failure
+/// (replyUnusable) that says what is wrong otherwise.
+EnrollmentReply parseEnrollmentReply(std::string_view body, const EVP_PKEY& key);
+
+} // namespace enroll
