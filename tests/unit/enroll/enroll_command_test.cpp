@@ -1,0 +1,245 @@
+#include "enroll/enroll_command.h"
+
+#include "platform/identity_store.h"
+#include "platform/user.h"
+#include "tests/fakes/log/recording_log.h"
+#include "tests/unit/enroll/enrolling_server.h"
+
+#include <filesystem>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sstream>
+#include <vector>
+
+using fakes::TlsTestServer;
+using ::testing::HasSubstr;
+using ::testing::MatchesRegex;
+using ::testing::Not;
+
+namespace {
+
+int isRoot = 1;
+
+} // namespace
+
+/// In place of the platform's own: tests run as anybody.
+int is_user_admin(int /*mode*/)
+{
+    return isRoot;
+}
+
+namespace {
+
+struct CommandRun {
+    int status = -1;
+    std::string out;
+    std::string err;
+    std::vector<std::string> argv; ///< as the process's command line shows them afterwards
+};
+
+CommandRun run(const std::vector<std::string>& arguments, int port = 1)
+{
+    CommandRun result;
+    result.argv = arguments;
+    result.argv.insert(result.argv.begin(), "tqenroll");
+    std::vector<char*> argv;
+    for (std::string& argument : result.argv)
+        argv.push_back(argument.data());
+    argv.push_back(nullptr);
+    std::ostringstream out;
+    std::ostringstream err;
+    result.status = enroll::runCommand(static_cast<int>(result.argv.size()), argv.data(), out, err, port);
+    result.out = out.str();
+    result.err = err.str();
+    return result;
+}
+
+class EnrollCommandTest : public ::testing::Test {
+protected:
+    EnrollCommandTest()
+    {
+        isRoot = 1;
+        std::filesystem::remove_all(TQ_VAR_DIR);
+    }
+    ~EnrollCommandTest() override { std::filesystem::create_directories(TQ_VAR_DIR); }
+
+    [[nodiscard]] std::vector<std::string> enrolment() const
+    {
+        return {"--server",         "localhost",     "--invitation",
+                master_.invitation, "--fingerprint", master_.fingerprint()};
+    }
+
+    [[nodiscard]] CommandRun enrolHere(const std::vector<std::string>& more = {})
+    {
+        const TlsTestServer& server = master_.start();
+        std::vector<std::string> arguments = enrolment();
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        return run(arguments, server.port());
+    }
+
+    EnrollingServer master_;
+};
+
+const std::string GOOD_FINGERPRINT(64, 'a');
+
+} // namespace
+
+TEST_F(EnrollCommandTest, EnrolsAndSaysAsWhom)
+{
+    const CommandRun result = enrolHere();
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.err, "");
+    EXPECT_THAT(result.out, MatchesRegex("Enrolled with localhost as host h1.example, host id "
+                                         "6f0f0000-1111-4222-8333-444455556666; the certificate ends "
+                                         "20..-..-.. ..:..:.. UTC\n"));
+}
+
+TEST_F(EnrollCommandTest, ListShowsServerTypeHostIdNameAndEnd)
+{
+    ASSERT_EQ(enrolHere().status, 0);
+    ASSERT_EQ(enrolHere({"--cluster"}).status, 0);
+    const CommandRun result = run({"--list"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_THAT(result.out,
+                MatchesRegex(
+                    "SERVER     TYPE     HOST ID                               HOST NAME   CERTIFICATE ENDS\n"
+                    "localhost  host     6f0f0000-1111-4222-8333-444455556666  h1.example  20.*UTC\n"
+                    "localhost  cluster  6f0f0000-1111-4222-8333-444455556666  h1.example  20.*UTC\n"));
+}
+
+TEST_F(EnrollCommandTest, ListWithoutAStoreSaysSo)
+{
+    const CommandRun result = run({"--list"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.out, "This host has no identities.\n");
+}
+
+TEST_F(EnrollCommandTest, RemoveTakesTheNamedIdentityAlone)
+{
+    ASSERT_EQ(enrolHere().status, 0);
+    ASSERT_EQ(enrolHere({"--cluster"}).status, 0);
+    const CommandRun result = run({"--remove", "--server", "localhost", "--cluster"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.out, "Removed the cluster identity towards localhost\n");
+    std::vector<tq::Identity> identities;
+    ASSERT_EQ(tq::loadIdentityStore(identities), 0);
+    ASSERT_EQ(identities.size(), 1U);
+    EXPECT_EQ(identities[0].certType, CERT_TYPE_HOST);
+}
+
+TEST_F(EnrollCommandTest, RemovingTheLastIdentityDeletesTheStore)
+{
+    ASSERT_EQ(enrolHere().status, 0);
+    EXPECT_EQ(run({"--remove", "--server", "localhost"}).status, 0);
+    std::vector<tq::Identity> identities;
+    EXPECT_EQ(tq::loadIdentityStore(identities), 7610);
+}
+
+TEST_F(EnrollCommandTest, RemovingWhatIsNotThereIs10)
+{
+    const CommandRun noStore = run({"--remove", "--server", "localhost"});
+    EXPECT_EQ(noStore.status, 10);
+    EXPECT_EQ(noStore.err, "tqenroll: this host has no host identity towards localhost.\n");
+    ASSERT_EQ(enrolHere().status, 0);
+    EXPECT_EQ(run({"--remove", "--server", "other"}).status, 10);
+    EXPECT_EQ(run({"--remove", "--server", "localhost", "--cluster"}).status, 10);
+}
+
+TEST_F(EnrollCommandTest, WrongCommandLinesAre2WithOneSentence)
+{
+    const std::vector<std::string> wrong[] = {
+        {},
+        {"--bogus"},
+        {"extra"},
+        {"--server"},
+        {"--server", "s"},
+        {"--server", "s", "--invitation", "i"},
+        {"--server", "s", "--fingerprint", GOOD_FINGERPRINT},
+        {"--invitation", "i", "--fingerprint", GOOD_FINGERPRINT},
+        {"--server", "s", "--invitation", "i", "--fingerprint", "abc"},
+        {"--server", "a/b", "--invitation", "i", "--fingerprint", GOOD_FINGERPRINT},
+        {"--server", "daemon", "--invitation", "i", "--fingerprint", GOOD_FINGERPRINT},
+        {"--server", "user@host", "--invitation", "i", "--fingerprint", GOOD_FINGERPRINT},
+        {"--server", ".s", "--invitation", "i", "--fingerprint", GOOD_FINGERPRINT},
+        {"--list", "--server", "s"},
+        {"--list", "--remove"},
+        {"--list", "--cluster"},
+        {"--remove"},
+        {"--remove", "--server", "s", "--invitation", "i"},
+    };
+    for (const std::vector<std::string>& arguments : wrong) {
+        const CommandRun result = run(arguments);
+        EXPECT_EQ(result.status, 2) << ::testing::PrintToString(arguments);
+        EXPECT_THAT(result.err, MatchesRegex("tqenroll: .*\\.\n")) << ::testing::PrintToString(arguments);
+        EXPECT_EQ(result.out, "");
+    }
+    EXPECT_FALSE(std::filesystem::exists(TQ_VAR_DIR));
+}
+
+TEST_F(EnrollCommandTest, HelpNamesTheExitStatuses)
+{
+    const CommandRun result = run({"--help"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_THAT(result.out, HasSubstr("10 there is no such identity"));
+    EXPECT_EQ(result.err, "");
+}
+
+TEST_F(EnrollCommandTest, WhoIsNotRootGets3AndNothingIsTouched)
+{
+    isRoot = 0;
+    for (const std::vector<std::string>& arguments :
+         {enrolment(), {"--list"}, {"--remove", "--server", "localhost"}}) {
+        const CommandRun result = run(arguments);
+        EXPECT_EQ(result.status, 3);
+        EXPECT_EQ(result.err, "tqenroll: only root may read or change this host's identities.\n");
+    }
+    EXPECT_FALSE(std::filesystem::exists(TQ_VAR_DIR));
+}
+
+TEST_F(EnrollCommandTest, EachFailureHasItsStatusAndOneSentence)
+{
+    const CommandRun unreachable = run(enrolment(), fakes::closedPort());
+    EXPECT_EQ(unreachable.status, 4);
+    EXPECT_THAT(unreachable.err,
+                MatchesRegex("tqenroll: server localhost on port [0-9]+ is not reachable: .*\\.\n"));
+
+    const std::string good = master_.invitation;
+    master_.invitation = "another";
+    const TlsTestServer& server = master_.start();
+    std::vector<std::string> arguments = enrolment();
+    arguments[3] = good;
+    const CommandRun refused = run(arguments, server.port());
+    EXPECT_EQ(refused.status, 7);
+    EXPECT_EQ(refused.err,
+              "tqenroll: server localhost does not take the invitation, which is unknown, used or "
+              "expired: HTTP status 403 (the invitation has expired).\n");
+
+    arguments[5] = GOOD_FINGERPRINT;
+    EXPECT_EQ(run(arguments, server.port()).status, 6);
+
+    fakes::CertificateOptions other;
+    other.dnsNames = {"other.example"};
+    master_.show(fakes::makeCertificate(master_.authority, other));
+    EXPECT_EQ(enrolHere().status, 5);
+
+    std::ofstream(std::string(TQ_IDENTITY_DIR) + "/identity.json") << "damaged";
+    for (const std::vector<std::string>& each :
+         {enrolment(), {"--list"}, {"--remove", "--server", "localhost"}}) {
+        const CommandRun damaged = run(each);
+        EXPECT_EQ(damaged.status, 9);
+        EXPECT_THAT(damaged.err, HasSubstr("identity.json"));
+    }
+}
+
+TEST_F(EnrollCommandTest, TheInvitationIsBlottedOutOnTheCommandLineAndNeverShown)
+{
+    const CommandRun spaced = enrolHere();
+    EXPECT_EQ(spaced.argv[4], std::string(master_.invitation.size(), 'x'));
+    const CommandRun joined =
+        run({"--server", "localhost", "--invitation=let-me-in", "--fingerprint", GOOD_FINGERPRINT},
+            fakes::closedPort());
+    EXPECT_EQ(joined.argv[3], "--invitation=xxxxxxxxx");
+    EXPECT_THAT(spaced.out + spaced.err + joined.out + joined.err, Not(HasSubstr("let-me-in")));
+    EXPECT_EQ(fakes::countRecorded(0, "let-me-in"), 0U);
+}
