@@ -10,6 +10,7 @@
 #include <cstring>
 #include <exception>
 #include <memory>
+#include <new>
 #include <spdlog/logger.h>
 
 namespace {
@@ -20,11 +21,19 @@ struct DebugLog {
     int lowestLevel = tq::PlatformSettings().debugLogLevel;
 };
 
+/// Keeps the log from being destroyed: objects that live to the end of the process write their last entries.
+union EternalLog {
+    DebugLog log;
+    EternalLog() : log() {}
+    EternalLog(const EternalLog&) = delete;
+    EternalLog& operator=(const EternalLog&) = delete;
+    ~EternalLog() {} // NOLINT(modernize-use-equals-default): a defaulted one would be deleted
+};
+
 DebugLog& debugLog()
 {
-    // Never destroyed: objects that live until the end of the process still write their last entries.
-    static auto* log = new DebugLog;
-    return *log;
+    static EternalLog eternal;
+    return eternal.log;
 }
 
 /// An entry between a failed call and a look at its errno must not change it.
@@ -87,17 +96,9 @@ bool isFileName(const char* name)
     return name && *name != '\0' && !std::strchr(name, '/');
 }
 
-} // namespace
-
-int open_debug_log(const char* directory, const char* subdirectory, const char* program, int mode,
-                   int* /*flag*/)
+int openLog(const std::string& directory, const char* program, mode_t mode)
 {
-    if (!directory || !subdirectory || !isFileName(program)) {
-        errno = EINVAL;
-        return -1;
-    }
-    const auto sink = std::make_shared<tq::LogFileSink>(std::string(directory) + "/" + subdirectory, program,
-                                                        static_cast<mode_t>(mode));
+    const auto sink = std::make_shared<tq::LogFileSink>(directory, program, mode);
     const int descriptor = sink->open(std::chrono::system_clock::now());
     if (descriptor == -1)
         return -1;
@@ -108,6 +109,23 @@ int open_debug_log(const char* directory, const char* subdirectory, const char* 
     log.lowestLevel = settings.debugLogLevel;
     sink->keepDays(settings.debugLogDays);
     return descriptor;
+}
+
+} // namespace
+
+int open_debug_log(const char* directory, const char* subdirectory, const char* program, int mode,
+                   int* /*flag*/)
+{
+    if (!directory || !subdirectory || !isFileName(program)) {
+        errno = EINVAL;
+        return -1;
+    }
+    try {
+        return openLog(std::string(directory) + "/" + subdirectory, program, static_cast<mode_t>(mode));
+    } catch (const std::bad_alloc&) {
+        errno = ENOMEM;
+        return -1;
+    }
 }
 
 void logmsg(int level, const char* text, const char* context) noexcept

@@ -15,15 +15,16 @@ enum class LogLevel : int {
 
 /// Opens directory/subdirectory/<program>.<yyyymmdd>.log for appending, made with `mode` less the process's
 /// mask when it is absent, and makes it the log of this process. A link, fifo, device or folder at that path
-/// is refused. The first open of a day removes this program's files older than DEBUG_LOG_DAYS.
-/// `flag` is the product's own and is neither read nor written.
-/// Returns the descriptor, or -1 with errno set; entries are then dropped.
+/// is refused. The first open of a day removes this program's files older than DEBUG_LOG_DAYS. After a
+/// failure the log that was open before stays so. `flag` is the product's own and is neither read nor
+/// written. Returns the descriptor, or -1 with errno set; without any open log entries are dropped.
 int open_debug_log(const char* directory, const char* subdirectory, const char* program, int mode, int* flag);
 
 /// Writes one entry "2026-11-20 08:10:42.123 [pid] <level> context: text". Line ends at the text's end are
-/// dropped, a line that follows inside the text begins with a tab, other control characters stand as \xNN,
-/// and an entry over 1 MiB is cut with a note of the bytes left out. A null text or context counts as empty.
-/// Without an open log nothing happens. Never throws, never fails towards the caller.
+/// dropped, a line that follows inside the text begins with a tab, other control characters, direction
+/// controls and bytes that are not UTF-8 stand as \xNN, and an entry over 1 MiB is cut with a note of the
+/// bytes left out. A null text or context counts as empty. The time is local; another day goes into its own
+/// file. Without an open log nothing happens. Never throws, never fails towards the caller, keeps errno.
 void logmsg(int level, const char* text, const char* context) noexcept;
 
 /// The same for a text that may hold NUL characters.

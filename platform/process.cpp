@@ -10,7 +10,6 @@
 #include <fcntl.h>
 #include <linux/close_range.h>
 #include <string_view>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace tq {
@@ -34,7 +33,7 @@ void openStandardDescriptors()
 /// Whatever else was inherited stays open here and ends at the first exec.
 void keepDescriptorsFromCommands()
 {
-    syscall(SYS_close_range, STDERR_FILENO + 1, UINT_MAX, CLOSE_RANGE_CLOEXEC);
+    close_range(STDERR_FILENO + 1, UINT_MAX, CLOSE_RANGE_CLOEXEC);
 }
 
 void doNothing(int /*signal*/) {}

@@ -467,6 +467,18 @@ TEST_F(DebugLogTest, ShortMemoryLosesTheEntryAndNotTheRun)
     EXPECT_THAT(lines(), ElementsAre("<2> context: after"));
 }
 
+TEST_F(DebugLogTest, ShortMemoryFailsTheOpening)
+{
+    memoryIsShort = true;
+    errno = 0;
+    const int descriptor =
+        open_debug_log("/tmp", "a directory with a name that needs memory", "prog", 0666, nullptr);
+    const int cause = errno;
+    memoryIsShort = false;
+    EXPECT_EQ(descriptor, -1);
+    EXPECT_EQ(cause, ENOMEM);
+}
+
 TEST(DebugLogUnopened, LogsNothing)
 {
     const std::set<std::string> before = tests::namesIn("/proc/self/fd");

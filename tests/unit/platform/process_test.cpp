@@ -124,7 +124,7 @@ TEST_F(ProcessStart, EnvironmentIsReducedToLocaleTimeZoneAndPath)
                                                "LC_ALL=de_DE.UTF-8",
                                                "LC_MESSAGES=C",
                                                "TZ=Europe/Berlin",
-                                               "LD_PRELOAD=/tmp/e.so",
+                                               "LD_PRELOAD=",
                                                "LD_LIBRARY_PATH=/tmp",
                                                "LD_DEBUG_OUTPUT=/tmp/",
                                                "IFS=x",
