@@ -11,6 +11,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <new>
+#include <optional>
+#include <string>
 #include <string_view>
 #include <utility>
 

@@ -32,7 +32,9 @@ inline constexpr int TQ_CONFIG_LOCAL_ONLY = 1;
 
 /// Reads /usr/torqv/torquenix/kx.conf into `config`. The four integers after it are the product's own and
 /// are 0 here. Refused server names are left out, each with a level-16 entry.
-/// Returns 0; 12 when the file cannot be opened; 13 when it cannot be read; 20 for another mode.
+/// Returns 0; 12 when the file cannot be opened; 13 when it cannot be read or is larger than 1 MiB; 20 for
+/// another mode. The log names the cause of 12 and 13 (level 16), and each line that is skipped as damaged
+/// (level 8). Who owns the file and who may write it is the installation's business and not looked at.
 int ReadHostConfigExA(int mode, TQHostConfig* config, int reserved1, int reserved2, int reserved3);
 
 /// Releases the list of a configuration and empties it.
@@ -60,11 +62,11 @@ namespace tq {
 
 /// The settings of kx.conf that concern the platform itself.
 struct PlatformSettings {
-    int debugLogLevel = 2;           ///< DEBUG_LOG_LEVEL: lowest level written
-    int debugLogDays = 28;           ///< DEBUG_LOG_DAYS: days that log files are kept, 0 keeps all
-    int webConnectSeconds = 30;      ///< WEB_CONNECT_SECONDS
-    int webTransferSeconds = 120;    ///< WEB_TRANSFER_SECONDS
-    int webMaxReplyMegabytes = 1024; ///< WEB_MAX_REPLY_MB
+    int debugLogLevel = 2;           ///< DEBUG_LOG_LEVEL: lowest level written (0 to 16)
+    int debugLogDays = 28;           ///< DEBUG_LOG_DAYS: days that log files are kept, 0 keeps all (to 36500)
+    int webConnectSeconds = 30;      ///< WEB_CONNECT_SECONDS (1 to 3600)
+    int webTransferSeconds = 120;    ///< WEB_TRANSFER_SECONDS (1 to 86400)
+    int webMaxReplyMegabytes = 1024; ///< WEB_MAX_REPLY_MB (1 to 65536)
 };
 
 /// Reads them from kx.conf. A missing file or key leaves the default; a value that is no number within the

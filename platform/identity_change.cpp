@@ -125,21 +125,28 @@ std::optional<std::size_t> takeOut(const IdentityDocument& document, const std::
     return place;
 }
 
+int outOfMemory(std::string* cause)
+{
+    return identityFailure(EC_file_write_failed, std::string(TQ_IDENTITY_STORE_FILE) + ": out of memory",
+                           cause);
+}
+
 int writeDocument(const IdentityDocument& document, std::string* cause)
 {
     const JsonText text(json_dumps(document.json.get(), JSON_INDENT(2)));
     if (!text)
-        return identityFailure(EC_file_write_failed, IDENTITY_STORE_FILE + ": out of memory", cause);
-    if (!replaceFile(IDENTITY_STORE_FILE, std::string(text.get()) + "\n", FILE_MODE, CONTEXT))
-        return writeFailure(IDENTITY_STORE_FILE, cause);
+        return outOfMemory(cause);
+    if (!replaceFile(TQ_IDENTITY_STORE_FILE, std::string(text.get()) + "\n", FILE_MODE, CONTEXT))
+        return writeFailure(TQ_IDENTITY_STORE_FILE, cause);
     return EC_success;
 }
 
 int deleteStore(std::string* cause)
 {
-    if (unlink(IDENTITY_STORE_FILE.c_str()) != 0)
-        return identityFailure(EC_file_write_failed,
-                               "Unable to remove " + IDENTITY_STORE_FILE + ": " + fileFault(errno), cause);
+    if (unlink(TQ_IDENTITY_STORE_FILE) != 0)
+        return identityFailure(
+            EC_file_write_failed,
+            std::string("Unable to remove ") + TQ_IDENTITY_STORE_FILE + ": " + fileFault(errno), cause);
     syncDirectory(TQ_IDENTITY_DIR);
     return EC_success;
 }
@@ -157,6 +164,17 @@ int writePem(const Identity& identity, const IdentityPem& pem, std::string* caus
             return writeFailure(path, cause);
     }
     return EC_success;
+}
+
+/// Writes an identity's files and then the store with its entry at a place of the list.
+int writeIdentity(const IdentityDocument& document, std::size_t place, const Identity& identity,
+                  const IdentityPem& pem, std::string* cause)
+{
+    if (json_array_insert_new(identityArray(document), place, identityToJson(identity).release()) != 0)
+        return outOfMemory(cause);
+    if (const int status = writePem(identity, pem, cause); status != EC_success)
+        return status;
+    return writeDocument(document, cause);
 }
 
 /// Why an identity could not be read back once it is stored; an empty text for a good one.
@@ -178,7 +196,8 @@ std::string whyNotStorable(const Identity& identity, const IdentityPem& pem)
 int lockFailure(std::string* cause)
 {
     return identityFailure(EC_file_write_failed,
-                           "Unable to lock " + IDENTITY_LOCK_FILE + ", or another change is still running",
+                           std::string("Unable to lock ") + TQ_IDENTITY_LOCK_FILE +
+                               ", or another change is still running",
                            cause);
 }
 
@@ -209,7 +228,7 @@ int saveIdentity(const Identity& identity, const IdentityPem& pem, Identity* sto
         return identityFailure(EC_invalid_argument, "Unable to store an identity: " + why, cause);
     if (const int status = makeIdentityDirectory(cause); status != EC_success)
         return status;
-    const TQLockFile lock(IDENTITY_LOCK_FILE, LOCK_TRIES, LOCK_WAIT_MS);
+    const TQLockFile lock(TQ_IDENTITY_LOCK_FILE, LOCK_TRIES, LOCK_WAIT_MS);
     if (lock.fd == -1)
         return lockFailure(cause);
     IdentityDocument document = newIdentityDocument();
@@ -224,12 +243,7 @@ int saveIdentity(const Identity& identity, const IdentityPem& pem, Identity* sto
         takeOut(document, added.server, added.certType).value_or(json_array_size(identityArray(document)));
     std::set<std::string> after = namedFiles(document); // an old token, though of the same name, is not kept
     after.insert({added.certificate, added.privateKey, added.caCertificates});
-    json_array_insert_new(identityArray(document), place, identityToJson(added).release());
-
-    int status = writePem(added, pem, cause);
-    if (status == EC_success)
-        status = writeDocument(document, cause);
-    if (status != EC_success) {
+    if (const int status = writeIdentity(document, place, added, pem, cause); status != EC_success) {
         removeFilesBeyond(before, before);
         return status;
     }
@@ -243,7 +257,7 @@ int removeIdentity(const std::string& server, cert_type certType, std::string* c
 {
     if (const int status = checkIdentityDirectory(cause); status != EC_success)
         return status;
-    const TQLockFile lock(IDENTITY_LOCK_FILE, LOCK_TRIES, LOCK_WAIT_MS);
+    const TQLockFile lock(TQ_IDENTITY_LOCK_FILE, LOCK_TRIES, LOCK_WAIT_MS);
     if (lock.fd == -1)
         return lockFailure(cause);
     IdentityDocument document;

@@ -157,14 +157,14 @@ bool parseIdentityDocument(std::string_view text, IdentityDocument& document, st
         return false;
     }
     for (std::size_t i = 0; i < json_array_size(entries); ++i) {
-        const std::string entry = "identity " + std::to_string(i + 1);
+        const std::string entry = "identity " + std::to_string(i + 1) + " ";
         Identity identity;
         if (!parseIdentity(json_array_get(entries, i), identity, fault)) {
-            fault = entry + " " + fault;
+            fault.insert(0, entry);
             return false;
         }
-        if (const std::string why = whyLeftOut(identity, document.identities); !why.empty())
-            document.leftOut.push_back(entry + " is left out: " + why);
+        if (std::string why = whyLeftOut(identity, document.identities); !why.empty())
+            document.leftOut.push_back(why.insert(0, entry + "is left out: "));
         else
             document.identities.push_back(identity);
     }

@@ -3,17 +3,12 @@
 
 #include "platform/identity_store.h"
 #include "platform/json.h"
-#include "platform/paths.h"
 
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace tq {
-
-/// Paths of the store's own files, beside the identities' certificates, keys and tokens.
-inline const std::string IDENTITY_STORE_FILE = std::string(TQ_IDENTITY_DIR) + "/identity.json";
-inline const std::string IDENTITY_LOCK_FILE = std::string(TQ_IDENTITY_DIR) + "/identity.lock";
 
 /// A parsed store. `json` is the whole document, so that a change keeps what it does not know.
 struct IdentityDocument {

@@ -46,9 +46,10 @@ std::string directoryFault(const struct stat& status)
 int readStoreText(std::string& text, std::string* cause)
 {
     const auto failed = [&](const std::string& why) {
-        return identityFailure(EC_identity_store_damaged, IDENTITY_STORE_FILE + ": " + why, cause);
+        return identityFailure(EC_identity_store_damaged, std::string(TQ_IDENTITY_STORE_FILE) + ": " + why,
+                               cause);
     };
-    const FileDescriptor file = openOwnFile(IDENTITY_STORE_FILE, O_RDONLY, 0, nullptr);
+    const FileDescriptor file = openOwnFile(TQ_IDENTITY_STORE_FILE, O_RDONLY, 0, nullptr);
     if (!file)
         return errno == ENOENT ? EC_identity_store_missing : failed(fileFault(errno));
     struct stat status {};
@@ -97,9 +98,10 @@ int readIdentityDocument(IdentityDocument& document, std::string* cause)
         return status;
     std::string fault;
     if (!parseIdentityDocument(text, document, fault))
-        return identityFailure(EC_identity_store_damaged, IDENTITY_STORE_FILE + ": " + fault, cause);
+        return identityFailure(EC_identity_store_damaged, std::string(TQ_IDENTITY_STORE_FILE) + ": " + fault,
+                               cause);
     for (const std::string& entry : document.leftOut)
-        LogLine(LogLevel::error, CONTEXT) << IDENTITY_STORE_FILE << ": " << entry;
+        LogLine(LogLevel::error, CONTEXT) << TQ_IDENTITY_STORE_FILE << ": " << entry;
     return EC_success;
 }
 

@@ -28,6 +28,8 @@ inline constexpr const char* TQ_SERVER_DB = TQ_INSTALL_ROOT "/db";
 
 inline constexpr const char* TQ_VAR_DIR = TQ_INSTALL_ROOT "/var";
 inline constexpr const char* TQ_IDENTITY_DIR = TQ_INSTALL_ROOT "/var/identity";
+inline constexpr const char* TQ_IDENTITY_STORE_FILE = TQ_INSTALL_ROOT "/var/identity/identity.json";
+inline constexpr const char* TQ_IDENTITY_LOCK_FILE = TQ_INSTALL_ROOT "/var/identity/identity.lock";
 inline constexpr const char* TQ_CLUSTER_STATE_FILE = TQ_INSTALL_ROOT "/var/cluster.state";
 
 /// Beginnings of per-server file names; "." and the server's name follow.

@@ -58,7 +58,7 @@ void removeStaleFiles(const std::string& directory, std::string_view prefix, int
 {
     for (const std::string& name : listDirectory(directory)) {
         const std::optional<pid_t> process = processOfName(name, prefix);
-        const std::string path = directory + "/" + name;
+        const std::string path = std::string(directory).append("/").append(name);
         if (process && processIsGone(*process) && isOldFile(path, olderThanSeconds))
             unlink(path.c_str());
     }
