@@ -36,7 +36,8 @@ public:
     int convertToJSONObject(const char* key, json_t* value);
     int convertToJSONObject(const char* key, bool value);
 
-    /// A new array of strings, in list order; the reference is the caller's.
+    /// A new array of strings, in list order, without those that are not UTF-8; the reference is the
+    /// caller's.
     json_t* ConvertVectorToJSONArray(std::vector<std::string> list);
 
     /// Compact text of the value. Throws JSONTextError when there is none.

@@ -48,11 +48,12 @@ public:
     std::string getJSON(bool withIdentity, bool useHostIdKey) const;
 
     /// Fills this record from record `index` of a reply that the converter holds. Always 1; missing and
-    /// mistyped keys leave their field and are logged by the converter.
+    /// mistyped keys leave their field and are logged by the converter. Throws std::logic_error when an entry
+    /// of "servers" or "clusterSharedNames" is not a string.
     int getHostObj(JSONConverter& converter, std::size_t index);
 
     /// Fills this record from record 0 of a text (the caller has wrapped an object in brackets). 1, or 0 when
-    /// the text does not load; the record is then unchanged. Never reads "osReleaseVersion".
+    /// the text does not load; the record is then unchanged. Never reads "osReleaseVersion". Throws as above.
     int getHostObj(const std::string& text);
 
     /// Whether two records describe the same host in the same state; writes the first difference to the log.

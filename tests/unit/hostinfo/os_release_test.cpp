@@ -100,6 +100,7 @@ TEST(ParseReleaseWord, TakesTheWordAfterRelease)
         {"x release  8", ""},
         {"x release ", ""},
         {"release 8", "8"},
+        {"# see /etc/os-release for this release.", "for"},
         {"x release=8", "8"},
         {"x prereleases 8", ""},
         {"x release 7 release 8", "7"},
@@ -166,7 +167,7 @@ protected:
         std::filesystem::remove(PATH);
     }
 
-    const CHostInformation record;
+    const CHostInformation record{};
 };
 class OSName : public ReleaseFile {};
 class OSReleaseVersionFromId : public ReleaseFile {};

@@ -103,7 +103,7 @@ class HostReading : public HostRecord {};
 
 TEST_F(HostRecord, DefaultsAreEmpty)
 {
-    const CHostInformation record;
+    const CHostInformation record{};
     EXPECT_EQ(record, CHostInformation("", CERT_TYPE_NONE));
     EXPECT_EQ(record.masterServer, "");
     EXPECT_EQ(record.certType, CERT_TYPE_NONE);
