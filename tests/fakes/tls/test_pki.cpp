@@ -3,7 +3,9 @@
 #include <arpa/inet.h>
 #include <array>
 #include <netinet/in.h>
+#include <openssl/bio.h>
 #include <openssl/evp.h>
+#include <openssl/pem.h>
 #include <openssl/rsa.h>
 #include <openssl/x509v3.h>
 #include <stdexcept>
@@ -107,6 +109,17 @@ tq::Certificate certify(const Issued& issuer, const std::string& requestPem,
         return nullptr;
     const tq::Key key(X509_REQ_get_pubkey(request.get()));
     return build(X509_get_subject_name(issuer.certificate.get()), *issuer.key, *key, options);
+}
+
+std::string encryptedKeyPem(const EVP_PKEY& key, const std::string& password)
+{
+    const tq::MemoryStream stream(BIO_new(BIO_s_mem()));
+    require(PEM_write_bio_PKCS8PrivateKey(stream.get(), &key, EVP_aes_128_cbc(), password.data(),
+                                          static_cast<int>(password.size()), nullptr, nullptr) == 1,
+            "encrypted key");
+    char* data = nullptr;
+    const long length = BIO_get_mem_data(stream.get(), &data);
+    return {data, static_cast<std::size_t>(length)};
 }
 
 CertificateOptions serverOptions()

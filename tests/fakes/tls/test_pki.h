@@ -39,6 +39,9 @@ Issued makeCertificate(const Issued& issuer, const CertificateOptions& options);
 tq::Certificate certify(const Issued& issuer, const std::string& requestPem,
                         const CertificateOptions& options);
 
+/// A private key in PEM that asks for a password.
+std::string encryptedKeyPem(const EVP_PKEY& key, const std::string& password);
+
 /// Options of a server for 127.0.0.1 and "localhost", and of an authority.
 CertificateOptions serverOptions();
 CertificateOptions authorityOptions(const std::string& commonName);
