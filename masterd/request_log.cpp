@@ -57,6 +57,8 @@ std::string formatRequestLine(const LoggedRequest& request, std::int64_t now)
     line += std::to_string(request.status);
     appendField(line, request.identity);
     appendField(line, request.certificate);
+    if (!request.fault.empty())
+        appendField(line, request.fault);
     return line;
 }
 

@@ -16,11 +16,13 @@ struct LoggedRequest {
     int status = 0;
     std::string identity;    ///< "<host name>/<host id>"
     std::string certificate; ///< SHA-256 of the client's certificate
+    std::string fault = {}; ///< why a connection was refused before any request
 };
 
 /// The line, without its end: time (UTC), client, "method target", status, identity, certificate; "-" for
-/// what is empty. Quotes, backslashes and bytes that are no printable ASCII stand as \xNN, and a target over
-/// 512 bytes is cut, so that no text can forge a line. Bodies and tokens are not in it.
+/// what is empty; then a fault, if there is one. Quotes, backslashes and bytes that are no printable ASCII
+/// stand as \xNN, and a target over 512 bytes is cut, so that no text can forge a line. Bodies and tokens are
+/// not in it.
 std::string formatRequestLine(const LoggedRequest& request, std::int64_t now);
 
 /// Where the lines go. Safe for use by several threads: each line is one write.

@@ -1,5 +1,7 @@
 #include "masterd/tls_connection.h"
 
+#include "platform/crypto.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <climits>
@@ -35,6 +37,17 @@ void readAddress(int socket, NameCall nameOf, std::string& ip, int& port)
         return;
     ip = host.data();
     port = static_cast<int>(std::strtol(service.data(), nullptr, 10));
+}
+
+std::string describeHandshakeFault(SSL& ssl)
+{
+    const unsigned long code = ERR_peek_error();
+    if (code == 0 || ERR_GET_REASON(code) == SSL_R_UNEXPECTED_EOF_WHILE_READING)
+        return "";
+    const long verification = SSL_get_verify_result(&ssl);
+    return verification == X509_V_OK
+               ? tq::takeOpenSslError()
+               : std::string("client certificate: ") + X509_verify_cert_error_string(verification);
 }
 
 } // namespace
@@ -109,6 +122,8 @@ bool TlsConnection::handshake()
     if (!ssl_ || !waitFor(POLLIN, start + limits_.firstByte, true))
         return false;
     established_ = perform(SSL_accept, start + limits_.handshake, true) == 1;
+    if (!established_)
+        handshakeFault_ = describeHandshakeFault(*ssl_);
     return established_;
 }
 

@@ -35,6 +35,8 @@ public:
     ~TlsConnection() override;
 
     [[nodiscard]] bool handshake();
+    /// Why the handshake failed; empty when the client only went away or said nothing.
+    [[nodiscard]] const std::string& handshakeFault() const { return handshakeFault_; }
     /// Waits for a request's first byte, whose limits begin with it. False when the client has gone, the time
     /// is up or the service stops.
     [[nodiscard]] bool awaitRequest();
@@ -73,6 +75,7 @@ private:
     const ConnectionLimits& limits_;
     std::unique_ptr<SSL, SslRelease> ssl_;
     bool established_ = false;
+    std::string handshakeFault_;
 
     std::array<char, 8192> buffer_{};
     std::size_t begin_ = 0;

@@ -69,6 +69,9 @@ WebServer::WebServer(TlsContext context, WebService& service, const RequestLog& 
     // The library takes the queue over and deletes it.
     new_task_queue = [] { return new ConnectionWorkers(MOST_CONNECTIONS); };
     set_socket_options(setSocketOptions);
+    // Only told to clients; the connection keeps to its limits itself.
+    set_keep_alive_max_count(static_cast<std::size_t>(limits_.requests));
+    set_keep_alive_timeout(std::chrono::duration_cast<std::chrono::seconds>(limits_.firstByte).count());
     installHandlers();
 }
 
@@ -158,12 +161,25 @@ bool WebServer::process_and_close_socket(socket_t socket)
 
 void WebServer::serve(TlsConnection& connection)
 {
-    if (!connection.handshake())
+    if (!connection.handshake()) {
+        logRefusal(connection);
         return;
+    }
     for (int left = limits_.requests; left > 0; --left) {
         if (!connection.awaitRequest() || !serveRequest(connection, left == 1))
             return;
     }
+}
+
+void WebServer::logRefusal(const TlsConnection& connection) const
+{
+    if (connection.handshakeFault().empty())
+        return;
+    LoggedRequest refused;
+    int port = 0;
+    connection.get_remote_ip_and_port(refused.client, port);
+    refused.fault = connection.handshakeFault();
+    log_.write(refused);
 }
 
 /// Whether another request may follow on the connection.

@@ -38,6 +38,7 @@ private:
 
     bool process_and_close_socket(socket_t socket) override;
     void serve(TlsConnection& connection);
+    void logRefusal(const TlsConnection& connection) const;
     bool serveRequest(TlsConnection& connection, bool isLast);
     void answer(const httplib::Request& request, httplib::Response& response,
                 const httplib::ContentReader* reader);
