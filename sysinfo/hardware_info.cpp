@@ -93,7 +93,7 @@ std::string LinuxHardwareInfo::getModelName() const
         for (std::string line; cpuInfo.nextLine(line);)
             model.addLine(line);
     }
-    const std::string name = model.text();
+    std::string name = model.text();
     logMessage(LogLevel::progress, CONTEXT, "modelName: %s", name.c_str());
     return name;
 }

@@ -40,7 +40,7 @@ std::string UnixOsInfo::getOsName() const
         logMessage(LogLevel::progress, CONTEXT, "ACE_utsname failed");
         return NULL_MARKER;
     }
-    const std::string name = osNameFrom(names.sysname);
+    std::string name = osNameFrom(names.sysname);
     logMessage(LogLevel::progress, CONTEXT, "osName: %s", name.c_str());
     return name;
 }
@@ -53,7 +53,7 @@ std::string UnixOsInfo::getOsVersion() const
         logMessage(LogLevel::progress, CONTEXT, "ACE_utsname failed");
         return NULL_MARKER;
     }
-    const std::string version = osVersionFrom(names.sysname, names.release);
+    std::string version = osVersionFrom(names.sysname, names.release);
     logMessage(LogLevel::progress, CONTEXT, "osVersion: %s", version.c_str());
     return version;
 }

@@ -81,6 +81,8 @@ std::vector<fakes::LogEntry> catEntries(const std::string& path, int rawStatus)
 
 using faked_host::host;
 
+// The linker's names for a call that is wrapped and for what stands behind it.
+// NOLINTBEGIN(bugprone-reserved-identifier)
 extern "C" {
 
 int __real_system(const char* command);
@@ -112,6 +114,7 @@ long __wrap_sysconf(int name) noexcept
     return name == _SC_NPROCESSORS_ONLN ? host().processorsOnline : __real_sysconf(name);
 }
 }
+// NOLINTEND(bugprone-reserved-identifier)
 
 // Stands before the one of the library.
 int ACE_OS::uname(ACE_utsname* names)

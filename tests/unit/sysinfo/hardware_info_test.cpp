@@ -1,5 +1,6 @@
 #include "sysinfo/hardware_info.h"
 
+#include "tests/unit/long_line.h"
 #include "tests/unit/sysinfo/faked_host.h"
 
 #include <gmock/gmock.h>
@@ -252,7 +253,7 @@ TEST_F(LinuxHardwareInfoTest, EachPieceOfALongLineIsALine)
 
 TEST_F(LinuxHardwareInfoTest, DamagedCpuInfoDoesNoHarm)
 {
-    const std::string texts[] = {std::string(10'000'000, 'm'), "model name\t: x" + std::string(5000, 'y'),
+    const std::string texts[] = {longLine('m'), "model name\t: x" + std::string(5000, 'y'),
                                  std::string("vendor\0: x\nmodel\0: y\n", 21), "\xff\xfe\r\n\r\n"};
     for (const std::string& text : texts) {
         faked_host::setFile(CPU_INFO, text);

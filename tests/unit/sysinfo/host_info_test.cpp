@@ -1,5 +1,6 @@
 #include "sysinfo/host_info.h"
 
+#include "tests/unit/long_line.h"
 #include "tests/unit/sysinfo/faked_host.h"
 
 #include <gmock/gmock.h>
@@ -130,9 +131,9 @@ TEST_F(UnixHostInfoTest, EachPieceOfALongLineIsALine)
 
 TEST_F(UnixHostInfoTest, DamagedConfigurationsDoNoHarm)
 {
-    EXPECT_EQ(clientName(std::string("\0CLIENT_NAME = h1\nCLIENT_NAME = h\0002\n", 37)), "h")
+    EXPECT_EQ(clientName(std::string("\0CLIENT_NAME = h1\nCLIENT_NAME = h\0002\n", 36)), "h")
         << "a line ends at a NUL for every rule";
-    EXPECT_EQ(clientName(std::string(10'000'000, 'x')), "<NULL>");
+    EXPECT_EQ(clientName(longLine('x')), "<NULL>");
     EXPECT_EQ(clientName("CLIENT_NAME = h1\r\n"), "h1");
     EXPECT_EQ(clientName("\xef\xbb\xbf"
                          "CLIENT_NAME = h1"),

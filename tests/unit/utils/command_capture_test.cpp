@@ -14,7 +14,6 @@ namespace {
 using fakes::LogEntry;
 using fakes::platform;
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
 using tqclntdb_utils::run_command_and_capture_output;
 
@@ -163,13 +162,15 @@ TEST_F(RunCommandAndCaptureOutput, CommandThatCannotBeStartedIs7247WithStatusMin
     rlimit saved{};
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &saved), 0);
     const rlimit none{0, saved.rlim_max};
+    std::string text = "old text";
+    int exitCode = 0;
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
-    const int result = run("printf x");
+    const int result = run_command_and_capture_output("printf x", text, &exitCode, 0, 0);
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &saved), 0);
 
     EXPECT_EQ(result, 7247);
-    EXPECT_EQ(status, -1);
-    EXPECT_EQ(output, "");
+    EXPECT_EQ(exitCode, -1);
+    EXPECT_EQ(text, "");
     EXPECT_THAT(platform().texts(CONTEXT), IsEmpty());
 }
 

@@ -2,6 +2,7 @@
 
 #include "tests/fakes/platform/fake_platform.h"
 #include "tests/fakes/seams/fake_seams.h"
+#include "tests/unit/long_line.h"
 
 #include <filesystem>
 #include <fstream>
@@ -157,7 +158,7 @@ TEST_F(ReadUnixTorquenixBinVersionFile, LineWithoutADigitBehindTheBlankIs13WithA
 
 TEST_F(ReadUnixTorquenixBinVersionFile, TenMegabytesOnOneLineAreOneLine)
 {
-    EXPECT_EQ(read("Torquenix-" + std::string(10'000'000, 'x') + " 9.1"), 0);
+    EXPECT_EQ(read("Torquenix-" + longLine('x') + " 9.1"), 0);
     EXPECT_EQ(out, "Torquenix_9.1");
 }
 

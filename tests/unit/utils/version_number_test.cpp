@@ -2,6 +2,7 @@
 
 #include "tests/fakes/platform/fake_platform.h"
 #include "tests/fakes/seams/fake_seams.h"
+#include "tests/unit/long_line.h"
 
 #include <gmock/gmock.h>
 
@@ -66,8 +67,8 @@ TEST(TqReleaseVersionStringToNumber, RemaindersAreThoseOfSigned32BitNumbers)
 
 TEST(TqReleaseVersionStringToNumber, EndlessDigitsGiveSomeNumber)
 {
-    EXPECT_EQ(tqReleaseVersionStringToNumber("x_" + std::string(10'000'000, '9')), -100000);
-    EXPECT_EQ(tqReleaseVersionStringToNumber("x_" + std::string(10'000'000, '.')), -1);
+    EXPECT_EQ(tqReleaseVersionStringToNumber("x_" + longLine('9')), -100000);
+    EXPECT_EQ(tqReleaseVersionStringToNumber("x_" + longLine('.')), -1);
 }
 
 class VersionNumbers : public testing::Test {
