@@ -32,7 +32,7 @@ Settings readSettingsFile(const std::string& path)
     if (!text && !readFailed && errno == ENOENT)
         return {};
     if (!text)
-        throw std::runtime_error("cannot read " + path + ": " + std::strerror(errno));
+        throw std::runtime_error("cannot read " + path + ": " + tq::fileFault(errno));
     try {
         return parseSettings(*text);
     } catch (const std::runtime_error& fault) {

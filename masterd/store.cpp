@@ -3,7 +3,6 @@
 #include "platform/file_io.h"
 
 #include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <stdexcept>
 
@@ -85,7 +84,7 @@ void Store::create(const std::string& path)
 {
     const tq::FileDescriptor file = tq::openOwnFile(path, O_RDWR | O_CREAT, 0600, "Store::create");
     if (!file)
-        throw std::runtime_error(std::strerror(errno));
+        throw std::runtime_error(tq::fileFault(errno));
     Database database(path);
     setDurable(database);
     Transaction transaction(database);

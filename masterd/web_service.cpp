@@ -65,9 +65,9 @@ std::string requireString(const json_t& object, const char* key)
     return text;
 }
 
-tq::CertificateRequest requireCertificateRequest(const json_t& object)
+tq::CertificateRequest requireCertificateRequest(const std::string& pem)
 {
-    tq::CertificateRequest request = tq::parseCertificateRequest(requireString(object, "certificateRequest"));
+    tq::CertificateRequest request = tq::parseCertificateRequest(pem);
     if (!request)
         throw Refusal{400, "\"certificateRequest\" is not a certificate request in PEM"};
     if (const char* fault = certificateRequestFault(*request); fault != nullptr)
@@ -216,11 +216,12 @@ WebReply WebService::enroll(const Call& call)
     static const Refusal NO_INVITATION{403, "the invitation is unknown, used or expired"};
     const tq::JsonRef body = parseObject(call.request.body);
     const std::optional<Secret> invitation = parseSecret(requireString(*body, "invitation"));
+    const std::string requestPem = requireString(*body, "certificateRequest");
     std::optional<Identity> identity =
         invitation ? store_.findInvitation(*invitation, unixNow()) : std::nullopt;
     if (!identity)
         throw NO_INVITATION;
-    const tq::CertificateRequest request = requireCertificateRequest(*body);
+    const tq::CertificateRequest request = requireCertificateRequest(requestPem);
     identity->hostId = tq::randomUuid();
     WebReply reply = issued(201, *request, *identity);
     if (!store_.redeemInvitation(*invitation, *identity, unixNow()))
@@ -231,7 +232,8 @@ WebReply WebService::enroll(const Call& call)
 WebReply WebService::renew(const Call& call)
 {
     const tq::JsonRef body = parseObject(call.request.body);
-    const tq::CertificateRequest request = requireCertificateRequest(*body);
+    const tq::CertificateRequest request =
+        requireCertificateRequest(requireString(*body, "certificateRequest"));
     return issued(200, *request, call.identity);
 }
 

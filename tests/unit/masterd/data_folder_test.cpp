@@ -1,0 +1,144 @@
+#include "masterd/data_folder.h"
+#include "masterd/store.h"
+#include "tests/unit/masterd/temporary_folder.h"
+
+#include <functional>
+#include <gtest/gtest.h>
+#include <map>
+
+namespace {
+
+using masterd::CommandFailure;
+using masterd::DataFolder;
+using masterd::DataFolderHold;
+using masterd::initDataFolder;
+
+class DataFolderTest : public testing::Test {
+protected:
+    /// Contents of all files of the folder but the lock and the database's own.
+    std::map<std::string, std::string> contents()
+    {
+        std::map<std::string, std::string> texts;
+        for (const auto& entry : std::filesystem::directory_iterator(folder_.path()))
+            texts[entry.path().filename()] = tests::readText(entry.path());
+        return texts;
+    }
+    static int failureOf(const std::function<void()>& work, std::string* message = nullptr)
+    {
+        try {
+            work();
+        } catch (const CommandFailure& failure) {
+            if (message != nullptr)
+                *message = failure.what();
+            return failure.exitStatus();
+        }
+        return 0;
+    }
+
+    tests::TemporaryFolder scratch_;
+    DataFolder folder_{scratch_.file("data")};
+};
+
+TEST_F(DataFolderTest, HoldsAuthorityServerCertificateDatabaseAndSettingsForTheOwnerAlone)
+{
+    const masterd::Authority made = initDataFolder(folder_, {"localhost"});
+    EXPECT_EQ(tests::modeOf(folder_.path()), 0700);
+    for (const std::string& file : {folder_.authorityFile(), folder_.serverFile(), folder_.databaseFile(),
+                                    folder_.settingsFile(), folder_.lockFile()})
+        EXPECT_EQ(tests::modeOf(file), 0600) << file;
+    const masterd::Authority stored(masterd::loadKeyAndCertificate(folder_.authorityFile()));
+    EXPECT_EQ(stored.fingerprint(), made.fingerprint());
+    EXPECT_NO_THROW(masterd::loadKeyAndCertificate(folder_.serverFile()));
+    EXPECT_NO_THROW(masterd::Store(folder_.databaseFile()));
+}
+
+TEST_F(DataFolderTest, FolderThatExistsIsTakenWithWhatIsInIt)
+{
+    std::filesystem::create_directory(folder_.path());
+    tests::writeText(folder_.settingsFile(), "{\"certificateDays\": 5}");
+    initDataFolder(folder_, {"localhost"});
+    EXPECT_EQ(tests::modeOf(folder_.path()), 0700);
+    EXPECT_EQ(tests::readText(folder_.settingsFile()), "{\"certificateDays\": 5}");
+}
+
+TEST_F(DataFolderTest, SecondAuthorityIsRefusedAndNothingIsLost)
+{
+    initDataFolder(folder_, {"localhost"});
+    const auto before = contents();
+    std::string message;
+    EXPECT_EQ(failureOf([&] { initDataFolder(folder_, {"other"}); }, &message), masterd::EXIT_FAILED);
+    EXPECT_NE(message.find(folder_.path() + " holds an authority already"), std::string::npos) << message;
+    EXPECT_EQ(contents(), before);
+}
+
+TEST_F(DataFolderTest, RunThatWasCutOffIsCompletedByTheNext)
+{
+    initDataFolder(folder_, {"localhost"});
+    std::filesystem::remove(folder_.authorityFile());
+    const masterd::Authority made = initDataFolder(folder_, {"localhost"});
+    const masterd::KeyAndCertificate server = masterd::loadKeyAndCertificate(folder_.serverFile());
+    EXPECT_EQ(X509_verify(server.certificate.get(), X509_get0_pubkey(made.own().certificate.get())), 1);
+}
+
+TEST_F(DataFolderTest, FolderIsHeldByOneAtATime)
+{
+    initDataFolder(folder_, {"localhost"});
+    {
+        const DataFolderHold hold(folder_);
+        std::string message;
+        EXPECT_EQ(failureOf([&] { const DataFolderHold second(folder_); }, &message),
+                  masterd::EXIT_FOLDER_BUSY);
+        EXPECT_EQ(message, "another tqmasterd is using the data folder " + folder_.path());
+        EXPECT_EQ(failureOf([&] { initDataFolder(folder_, {"x"}); }), masterd::EXIT_FOLDER_BUSY);
+    }
+    EXPECT_NO_THROW(DataFolderHold{folder_});
+}
+
+TEST_F(DataFolderTest, LockThatCannotBeOpenedIsNotCalledBusy)
+{
+    std::string message;
+    EXPECT_EQ(failureOf([&] { const DataFolderHold hold(folder_); }, &message), masterd::EXIT_FAILED);
+    EXPECT_EQ(message, "cannot open " + folder_.lockFile() + ": No such file or directory");
+}
+
+TEST_F(DataFolderTest, PlaceThatCannotBeAFolderIsToldByName)
+{
+    tests::writeText(scratch_.file("data"), "text");
+    std::string message;
+    EXPECT_EQ(failureOf([&] { initDataFolder(folder_, {"x"}); }, &message), masterd::EXIT_FAILED);
+    EXPECT_EQ(message, folder_.path() + " is not a folder");
+    const DataFolder deep(scratch_.file("absent/data"));
+    EXPECT_EQ(failureOf([&] { initDataFolder(deep, {"x"}); }, &message), masterd::EXIT_FAILED);
+    EXPECT_EQ(message, "cannot make the folder " + deep.path() + ": No such file or directory");
+}
+
+TEST_F(DataFolderTest, DatabaseThatCannotBeMadeEndsItBeforeThereIsAnAuthority)
+{
+    std::filesystem::create_directories(folder_.databaseFile());
+    std::string message;
+    EXPECT_EQ(failureOf([&] { initDataFolder(folder_, {"x"}); }, &message), masterd::EXIT_FAILED);
+    EXPECT_EQ(message, "cannot make the database " + folder_.databaseFile() + ": it is not a regular file");
+    EXPECT_FALSE(std::filesystem::exists(folder_.authorityFile()));
+}
+
+TEST_F(DataFolderTest, FolderWithoutAnAuthorityIsToldSo)
+{
+    std::string message;
+    EXPECT_EQ(failureOf([&] { masterd::requireAuthority(folder_); }, &message), masterd::EXIT_FAILED);
+    EXPECT_EQ(message, folder_.path() + " holds no authority; make one with `tqmasterd init`");
+}
+
+TEST_F(DataFolderTest, DamagedKeyFileIsToldByName)
+{
+    initDataFolder(folder_, {"localhost"});
+    tests::writeText(folder_.authorityFile(), "junk");
+    std::string message;
+    EXPECT_EQ(failureOf([&] { masterd::loadKeyAndCertificate(folder_.authorityFile()); }, &message),
+              masterd::EXIT_FAILED);
+    EXPECT_EQ(message, folder_.authorityFile() + ": it holds no usable private key");
+    EXPECT_EQ(failureOf([&] { masterd::loadKeyAndCertificate(scratch_.file("absent")); }, &message),
+              masterd::EXIT_FAILED);
+    EXPECT_EQ(message, "cannot read " + scratch_.file("absent") + ": No such file or directory");
+}
+
+} // namespace
