@@ -91,7 +91,7 @@ void startUp(int argc, const char* const* argv)
 
 CommandLine parseOrExit(int argc, const char* const* argv)
 {
-    const CommandLine line = parseCommandLine(argc, argv);
+    CommandLine line = parseCommandLine(argc, argv);
     if (line.error) {
         std::cout << "unknown option\n";
         CmdExit(line.errorStatus);

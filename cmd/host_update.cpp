@@ -19,6 +19,7 @@
 #include <fcntl.h>
 #include <memory>
 #include <unistd.h>
+#include <utility>
 
 namespace TQCLNTDB {
 namespace {
@@ -29,35 +30,41 @@ constexpr int NOT_LOCKED = -1;
 constexpr int MAX_ATTEMPTS = 5;
 constexpr int SECONDS_BETWEEN_ATTEMPTS = 10;
 
-/// Held here, not in the update's frame: after a failed update it has to last until the process ends.
-std::unique_ptr<TQLockFile> daemonLock;
+/// Where a daemon's update keeps its lock. Not in the update's frame, since after a failure the lock has to
+/// last until the process ends, and never destroyed, since by then what a destructor needs may be gone: the
+/// kernel frees the lock.
+std::unique_ptr<TQLockFile>& daemonLock()
+{
+    static auto* const owner = new std::unique_ptr<TQLockFile>;
+    return *owner;
+}
 
 /// False when another daemon's update is running: this one is then dropped quietly.
 bool takeDaemonLock()
 {
     constexpr const char* CONTEXT = "updateHostInDB";
     const std::string path = std::string(TQ_UPDATE_LOCK_BASE) + ".daemon";
-    daemonLock = std::make_unique<TQLockFile>(path, LOCK_TRIES, LOCK_WAIT_MS);
-    if (daemonLock->fd == NOT_LOCKED) {
+    auto lock = std::make_unique<TQLockFile>(path, LOCK_TRIES, LOCK_WAIT_MS);
+    if (lock->fd == NOT_LOCKED) {
         LogLine(LogLevel::error, CONTEXT)
             << "Failed to acquire the daemon lock for hostdb update : " << path << '\n';
         // "proress" stays: the line is searched for as it has always been.
         LogLine(LogLevel::error, CONTEXT) << "Not processing this update request from the daemon, as one "
                                              "update from the daemon is already in proress.\n";
-        daemonLock.reset();
         return false;
     }
     LogLine(LogLevel::progress, CONTEXT)
         << "Successfully acquired the daemon lock for hostdb update : " << path << '\n';
+    daemonLock() = std::move(lock);
     return true;
 }
 
 void releaseDaemonLock()
 {
-    if (!daemonLock)
+    if (!daemonLock())
         return;
     LogLine(LogLevel::progress, "updateHostInDB") << "Releasing daemon lock for hostdb update. \n";
-    daemonLock.reset();
+    daemonLock().reset();
 }
 
 /// One pass and the entry about its failure.

@@ -1,0 +1,22 @@
+#include "tests/unit/fileutils/limited_memory.h"
+
+#include <cstdlib>
+#include <new>
+
+void* operator new(std::size_t size)
+{
+    void* memory = size > fakes::LARGEST_ALLOCATION ? nullptr : std::malloc(size > 0 ? size : 1);
+    if (!memory)
+        throw std::bad_alloc();
+    return memory;
+}
+
+void operator delete(void* memory) noexcept
+{
+    std::free(memory);
+}
+
+void operator delete(void* memory, std::size_t /*size*/) noexcept
+{
+    std::free(memory);
+}
