@@ -3,6 +3,7 @@
 #include "platform/log_entry.h"
 #include "platform/paths.h"
 #include "tests/unit/platform/scratch_directory.h"
+#include "tests/unit/platform/short_memory.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -10,42 +11,15 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
-#include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <fcntl.h>
 #include <functional>
-#include <new>
-#include <regex>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-namespace {
-
-/// While set, there is no memory to be had.
-bool memoryIsShort = false;
-
-} // namespace
-
-void* operator new(std::size_t size)
-{
-    void* memory = memoryIsShort ? nullptr : std::malloc(size != 0 ? size : 1);
-    if (!memory)
-        throw std::bad_alloc();
-    return memory;
-}
-
-void operator delete(void* memory) noexcept
-{
-    std::free(memory);
-}
-
-void operator delete(void* memory, std::size_t /*size*/) noexcept
-{
-    std::free(memory);
-}
 
 namespace {
 
@@ -87,11 +61,7 @@ protected:
         tzset();
         std::filesystem::create_directory(directory.file("admin"));
     }
-    void TearDown() override
-    {
-        memoryIsShort = false;
-        std::filesystem::remove(TQ_CONFIG_FILE);
-    }
+    void TearDown() override { std::filesystem::remove(TQ_CONFIG_FILE); }
 
     int open(const std::string& program = "prog") const
     {
@@ -107,10 +77,14 @@ protected:
     /// The lines of today's file, less the time and process number before each entry.
     [[nodiscard]] std::vector<std::string> lines() const
     {
-        static const std::regex BEGINNING(R"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} \[\d+\] )");
         std::vector<std::string> result = tests::linesOf(tests::readText(path()));
-        for (std::string& line : result)
-            line = std::regex_replace(line, BEGINNING, "");
+        for (std::string& line : result) {
+            if (line.empty() || line.front() == '\t')
+                continue; // a line inside its entry
+            int beginning = 0;
+            std::sscanf(line.c_str(), "%*4d-%*2d-%*2d %*2d:%*2d:%*2d.%*3d [%*d] %n", &beginning);
+            line.erase(0, static_cast<std::size_t>(beginning));
+        }
         return result;
     }
 
@@ -459,22 +433,25 @@ TEST_F(DebugLogTest, FileRotatedAwayInARunIsWrittenOn)
 TEST_F(DebugLogTest, ShortMemoryLosesTheEntryAndNotTheRun)
 {
     ASSERT_GE(open(), 0);
-    memoryIsShort = true;
-    logmsg(2, "lost", "context");
-    logmsgf(2, "context", "%s", "lost");
-    memoryIsShort = false;
+    {
+        const tests::ShortMemory shortMemory;
+        logmsg(2, "lost", "context");
+        logmsgf(2, "context", "%s", "lost");
+    }
     logmsg(2, "after", "context");
     EXPECT_THAT(lines(), ElementsAre("<2> context: after"));
 }
 
 TEST_F(DebugLogTest, ShortMemoryFailsTheOpening)
 {
-    memoryIsShort = true;
-    errno = 0;
-    const int descriptor =
-        open_debug_log("/tmp", "a directory with a name that needs memory", "prog", 0666, nullptr);
-    const int cause = errno;
-    memoryIsShort = false;
+    int descriptor = 0;
+    int cause = 0;
+    {
+        const tests::ShortMemory shortMemory;
+        descriptor =
+            open_debug_log("/tmp", "a directory with a name that needs memory", "prog", 0666, nullptr);
+        cause = errno;
+    }
     EXPECT_EQ(descriptor, -1);
     EXPECT_EQ(cause, ENOMEM);
 }

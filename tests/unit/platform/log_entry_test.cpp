@@ -3,9 +3,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <ctime>
-#include <regex>
+#include <sstream>
 #include <unistd.h>
 
 namespace {
@@ -141,15 +143,19 @@ TEST_F(LogEntry, EntryOfExactlyOneMebibyteIsWhole)
     EXPECT_THAT(entry, EndsWith("xxx\n"));
 }
 
-/// The bytes left out that an entry names, and those of its text that it shows.
+/// The bytes left out that an entry names (0 when it names none), and how often its text shows a character.
 std::pair<std::size_t, std::size_t> leftOutAndShown(const std::string& entry, char character)
 {
-    std::smatch found;
-    const std::string tail = entry.substr(entry.size() - 64);
-    if (!std::regex_search(tail, found, std::regex(R"( \[(\d+) bytes left out\]\n$)")))
+    const std::size_t note = entry.rfind(" [");
+    std::size_t leftOut = 0;
+    int end = 0;
+    if (std::sscanf(entry.c_str() + note, " [%zu bytes left out]%n", &leftOut, &end) != 1 ||
+        entry.substr(note + static_cast<std::size_t>(end)) != "\n")
         return {0, 0};
-    const std::string body = entry.substr(entry.find("context: ") + 9, std::string::npos);
-    return {std::stoul(found[1]), static_cast<std::size_t>(std::count(body.begin(), body.end(), character))};
+    const std::size_t text = entry.find("context: ") + 9;
+    return {leftOut, static_cast<std::size_t>(std::count(entry.begin() + static_cast<std::ptrdiff_t>(text),
+                                                         entry.begin() + static_cast<std::ptrdiff_t>(note),
+                                                         character))};
 }
 
 TEST_F(LogEntry, OneByteMoreIsCutWithANoteOfWhatIsLeftOut)
