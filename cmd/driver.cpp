@@ -2,13 +2,11 @@
 
 #include "cmd/cmd_exit.h"
 #include "cmd/command_line.h"
-#include "cmd/host_update.h"
+#include "cmd/operation.h"
 #include "cmd/process_values.h"
-#include "cmd/tqclntdb_common.h"
 #include "hostdb/error_body.h"
 #include "hostdb/tqhost_cachehandler.h"
 #include "hostdb/web_service_exception.h"
-#include "hostinfo/tqclntdb_hostinfo.h"
 #include "platform/config.h"
 #include "platform/debuglog.h"
 #include "platform/paths.h"
@@ -23,16 +21,12 @@
 #include <cstring>
 #include <iostream>
 #include <sstream>
+#include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace TQCLNTDB {
 namespace {
-
-void logProgress(const char* text)
-{
-    logmsg(static_cast<int>(LogLevel::progress), text, progname);
-}
 
 // Start-up
 
@@ -132,100 +126,6 @@ void resolveMasterServer(std::ostringstream& messages)
     LOGMSG_STR_STREAM(static_cast<int>(LogLevel::progress), messages, progname);
 }
 
-// Operations
-
-/// What the operations of one run work on.
-struct Run {
-    CommandLine line;
-    CHostInformation record;
-    std::vector<CHostInformation> hosts;
-    /// Deliberately never emptied: each entry made from it repeats the earlier ones.
-    std::ostringstream messages;
-};
-
-void displayHosts(const std::vector<CHostInformation>& hosts)
-{
-    std::cout << "{\"hosts\":[";
-    const char* separator = "";
-    for (const CHostInformation& host : hosts) {
-        std::cout << separator << host << '\n';
-        separator = ", ";
-    }
-    std::cout << "]}\n";
-}
-
-void updateHost(const CommandLine& line)
-{
-    logProgress("Performing UPDATE HOST operation...");
-    updateHostInDB(line.force, line.daemon);
-    logProgress("Host update completed successfully");
-}
-
-void showLocalHost(Run& run)
-{
-    logProgress("Getting local host information...");
-    if (const int status = getLocalHostInfo(MasterServer); status != EC_success) {
-        run.messages << "Failed to get local host information with error : " << status << '\n';
-        LOGMSG_STR_STREAM(static_cast<int>(LogLevel::error), run.messages, progname);
-        throw status;
-    }
-    logProgress("Retrieved local host information successfully");
-}
-
-void readHost(Run& run)
-{
-    logProgress("Performing READ HOST operation...");
-    readHostFromDB(MasterServer, run.record, run.line.hostName, run.line.hostId);
-    logProgress("Host read completed successfully");
-    if (run.line.display)
-        std::cout << run.record << '\n';
-}
-
-void deleteHost()
-{
-    logProgress("Performing DELETE HOST operation...");
-    deleteHostFromDB(MasterServer);
-    logProgress("Host deletion completed successfully");
-}
-
-void readAllHosts(Run& run)
-{
-    logProgress("Performing READ ALL HOSTS operation...");
-    readAllHostsFromDB(MasterServer, run.hosts);
-    logProgress("Read All Hosts completed successfully");
-    if (run.line.display)
-        displayHosts(run.hosts);
-}
-
-void reload(const CommandLine& line)
-{
-    logProgress("Reloading configuration...");
-    reloadConfiguration(MasterServer, line.security, line.host);
-    logProgress("Reloaded configuration successfully");
-}
-
-void performOperation(Run& run)
-{
-    switch (run.line.operation) {
-    case Operation::none:
-        return;
-    case Operation::update:
-        return updateHost(run.line);
-    case Operation::localInfo:
-        return showLocalHost(run);
-    case Operation::read:
-        return readHost(run);
-    case Operation::deleteHost:
-        return deleteHost();
-    case Operation::readAllHosts:
-        return readAllHosts(run);
-    case Operation::reloadConfiguration:
-        return reload(run.line);
-    }
-    run.messages << "Invalid Request \n";
-    LOGMSG_STR_STREAM(static_cast<int>(LogLevel::error), run.messages, progname);
-}
-
 // Failures
 
 [[noreturn]] void exitAfter(const WebServiceException& failure)
@@ -250,7 +150,7 @@ void performOperation(Run& run)
 }
 
 /// Runs the operation; whatever it throws ends the process.
-void performGuarded(Run& run)
+void performGuarded(OperationRun& run)
 {
     try {
         performOperation(run);
@@ -264,7 +164,7 @@ void performGuarded(Run& run)
     }
 }
 
-/// What results were printed have to have reached standard output; nobody is told otherwise.
+/// A result that did not get out would otherwise be lost without a word.
 void flushStandardOutput()
 {
     std::cout.flush();
@@ -280,7 +180,7 @@ int runHostDatabaseCommand(int argc, char** argv)
         startUp(argc, argv);
         const CommandLine line = parseOrExit(argc, argv);
         cleanupOldCacheFile();
-        Run run{line, {}, {}, {}};
+        OperationRun run{line, {}, {}, {}};
         if (run.line.operation != Operation::update) // the update finds its master servers itself
             resolveMasterServer(run.messages);
         performGuarded(run);
