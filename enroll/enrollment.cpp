@@ -85,15 +85,13 @@ std::string redeemInvitation(const EnrollmentOrder& order, const std::string& au
     tq::HttpReply reply;
     if (const tq::TransferResult result = session.send(request, reply); result.status != EC_success)
         failTransfer(order, result);
-    const std::string answer = tq::describeAnswer(reply.status, reply.body);
     if (reply.status == HTTP_FORBIDDEN)
-        throw Failure(ExitStatus::invitationRefused, "server " + order.server +
-                                                         " does not take the invitation, which is unknown, "
-                                                         "used or expired: " +
-                                                         answer);
+        throw Failure(ExitStatus::invitationRefused,
+                      "server " + order.server +
+                          " does not take the invitation, which is unknown, used or expired");
     if (reply.status != HTTP_CREATED)
-        throw Failure(ExitStatus::replyUnusable,
-                      "server " + order.server + " did not enrol this host: " + answer);
+        throw Failure(ExitStatus::replyUnusable, "server " + order.server + " did not enrol this host: " +
+                                                     tq::describeAnswer(reply.status, reply.body));
     return reply.body;
 }
 

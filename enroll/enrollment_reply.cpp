@@ -2,6 +2,7 @@
 
 #include "enroll/enroll_failure.h"
 #include "platform/json.h"
+#include "platform/server_name.h"
 
 #include <algorithm>
 
@@ -53,8 +54,11 @@ std::string checkedHostName(const std::string& pem, const EVP_PKEY& key, const s
     const std::string urn = "urn:uuid:" + hostId;
     if (!names || std::find(names->uris.begin(), names->uris.end(), urn) == names->uris.end())
         refuse("its certificate does not name the host identifier " + hostId);
-    if (names->dnsNames.empty() || names->dnsNames.front().empty())
+    if (names->dnsNames.empty())
         refuse("its certificate names no host");
+    // It is shown on terminals and goes into files, as a server's name does.
+    if (const char* fault = tq::serverNameFault(names->dnsNames.front()); fault != nullptr)
+        refuse("its certificate has a host name that cannot be used: " + std::string(fault));
     return names->dnsNames.front();
 }
 

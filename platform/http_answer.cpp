@@ -21,7 +21,11 @@ std::string errorBodyMessage(std::string_view body)
     const json_t* message = json_object_get(object.get(), "errMessage");
     if (!json_is_string(message))
         return "";
-    return {json_string_value(message), std::min(json_string_length(message), MESSAGE_MAX_BYTES)};
+    std::string text(json_string_value(message), std::min(json_string_length(message), MESSAGE_MAX_BYTES));
+    // It also goes to terminals, which obey control characters.
+    std::replace_if(
+        text.begin(), text.end(), [](char byte) { return byte < ' ' || byte > '~'; }, '?');
+    return text;
 }
 
 } // namespace

@@ -28,7 +28,7 @@ constexpr int OBSOLETE_PEER_CERTIFICATE = 51; // libcurl once told a wrong name 
 
 constexpr CodeRow CODES[] = {
     {CURLE_COULDNT_RESOLVE_HOST, {EC_cannot_connect, "the server's name cannot be resolved"}},
-    {CURLE_COULDNT_CONNECT, {EC_cannot_connect, "the server cannot be reached"}},
+    {CURLE_COULDNT_CONNECT, {EC_cannot_connect, "no connection could be made"}},
     {CURLE_OPERATION_TIMEDOUT, {EC_web_timeout, "the server did not answer in time"}},
     {OBSOLETE_PEER_CERTIFICATE, {EC_web_not_trusted, "the server's certificate is not trusted"}},
     {CURLE_PEER_FAILED_VERIFICATION, {EC_web_not_trusted, "the server's certificate is not trusted"}},

@@ -136,6 +136,19 @@ TEST(ParseEnrollmentReply, RefusesCertificatesWithoutHostNameOrWithANulInAName)
     EXPECT_THAT(faultOf(body("certificate", quoted(tq::certificateToPem(*cut)))), HasSubstr("does not name"));
 }
 
+TEST(ParseEnrollmentReply, RefusesAHostNameThatCannotBeUsed)
+{
+    const std::string request = tq::makeCertificateRequest(*pki().host.key, "h1");
+    for (const char* name : {"", "a b", "a/b", "a\x1b[31m", "a\nb"}) {
+        const tq::Certificate made =
+            fakes::certify(pki().authority, request,
+                           {.commonName = "h1", .dnsNames = {name}, .uris = {"urn:uuid:" + HOST_ID}});
+        EXPECT_THAT(faultOf(body("certificate", quoted(tq::certificateToPem(*made)))),
+                    HasSubstr("cannot be used"))
+            << name;
+    }
+}
+
 TEST(ParseEnrollmentReply, RefusesDamagedCertificates)
 {
     EXPECT_THAT(faultOf(body("certificate", "\"no certificate\"")), HasSubstr("holds no certificate"));

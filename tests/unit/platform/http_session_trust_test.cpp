@@ -11,7 +11,7 @@ TEST_F(HttpSessionTest, ARefusedConnectionAndAnUnknownNameAre25)
     HttpSession refused("127.0.0.1", fakes::closedPort(), trustOwnAuthority(), shortLimits());
     const TransferResult result = refused.send({"GET", "a", nullptr, ""}, reply);
     EXPECT_EQ(result.status, 25);
-    EXPECT_THAT(result.cause, HasSubstr("the server cannot be reached"));
+    EXPECT_THAT(result.cause, HasSubstr("no connection could be made"));
 
     HttpSession unknown("no-such-host.invalid", 1556, trustOwnAuthority(), shortLimits());
     EXPECT_EQ(unknown.send({"GET", "a", nullptr, ""}, reply).status, 25);

@@ -293,7 +293,7 @@ TEST_F(HttpClientTest, AServerThatCannotBeReachedIsSaidSoAndNotCalledAMissingTok
     ASSERT_EQ(fakes::recordedLog().size(), 1U);
     EXPECT_EQ(fakes::recordedLog()[0].level, 16);
     EXPECT_THAT(fakes::recordedLog()[0].text, HasSubstr("server localhost"));
-    EXPECT_THAT(fakes::recordedLog()[0].text, HasSubstr("the server cannot be reached"));
+    EXPECT_THAT(fakes::recordedLog()[0].text, HasSubstr("no connection could be made"));
     EXPECT_EQ(client(fakes::closedPort())->refreshToken(), 25);
 }
 
