@@ -255,6 +255,24 @@ TEST_F(ProcessStart, FileSizeLimitOnStandardOutputEndsNothing)
     EXPECT_EQ(std::filesystem::file_size(path), 0U);
 }
 
+TEST_F(ProcessStart, CaughtSignalsInterruptNoRead)
+{
+    for (const int signal : {SIGPIPE, SIGXFSZ}) {
+        const std::string started = directory.file("started" + std::to_string(signal));
+        const std::string output = directory.file("output");
+        const auto prepare = [&output] {
+            const int file = open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+            dup2(file, 1);
+        };
+        const std::string command = "echo > " + started + "; sleep 0.3; echo text";
+        const pid_t probe = tests::start({PROCESS_PROBE, "popen", command}, {}, prepare);
+        ASSERT_TRUE(tests::eventually([&] { return std::filesystem::exists(started); }));
+        kill(probe, signal);
+        EXPECT_EQ(tests::statusOf(probe), 0) << signal;
+        EXPECT_EQ(tests::readText(output), "text\n") << signal;
+    }
+}
+
 /// What a signal does to a process of ours.
 class EndingSignal : public ProcessStart {
 protected:
