@@ -267,7 +267,10 @@ TEST_F(ProcessStart, CaughtSignalsInterruptNoRead)
         const std::string command = "echo > " + started + "; sleep 0.3; echo text";
         const pid_t probe = tests::start({PROCESS_PROBE, "popen", command}, {}, prepare);
         ASSERT_TRUE(tests::eventually([&] { return std::filesystem::exists(started); }));
-        kill(probe, signal);
+        for (int i = 0; i < 10; ++i) { // one of them comes while the probe reads
+            kill(probe, signal);
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
         EXPECT_EQ(tests::statusOf(probe), 0) << signal;
         EXPECT_EQ(tests::readText(output), "text\n") << signal;
     }
