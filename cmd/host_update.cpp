@@ -18,6 +18,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <memory>
+#include <optional>
 #include <unistd.h>
 #include <utility>
 
@@ -138,9 +139,9 @@ void removeStatusFile(const std::string& path)
             << "Failed to remove the file. retval: [" << result << "] and errno: [" << error << "]";
 }
 
-/// Updates one server under its lock, which is released on return. Returns the status; `updated` tells a
-/// success from a busy lock, which is neither a success nor a failure.
-int updateLockedServer(cert_type certType, const char* server, bool force, bool& updated)
+/// Updates one server under its lock, which is released on return. Returns the status; nothing when the lock
+/// is busy, which is neither a success nor a failure.
+std::optional<int> updateUnderLock(cert_type certType, const char* server, bool force)
 {
     constexpr const char* CONTEXT = "updateHostDBForAllMasters";
     const std::string statusPath = std::string(TQ_UPDATE_STATUS_BASE) + "." + server;
@@ -150,15 +151,14 @@ int updateLockedServer(cert_type certType, const char* server, bool force, bool&
         LogLine(LogLevel::error, CONTEXT)
             << "Failed to acquire lock on hostDB update status file for server [" << server
             << "], lockfile : " << lockPath << '\n';
-        return EC_success;
+        return std::nullopt;
     }
     LogLine(LogLevel::progress, CONTEXT)
         << "Successfully acquired lock on hostDB update status file for server [" << server
         << "], lockfile : " << lockPath << '\n';
 
     const int status = updateHostInMasterServer(certType, server, force);
-    updated = status == EC_success;
-    if (updated) {
+    if (status == EC_success) {
         LogLine(LogLevel::progress, CONTEXT) << "HostDB update succeeded for server [" << server << "]\n";
         removeStatusFile(statusPath);
     } else {
@@ -253,17 +253,18 @@ int updateHostDBForAllMasters(cert_type certType, const char* const* servers, bo
     for (int i = 0; i < count; ++i) {
         const char* const server = servers[i];
         LogLine(LogLevel::progress, CONTEXT) << "Attempting HostDB update for server [ " << server << " ]\n";
-        int status = EC_success;
-        if (!hasUsableAuthority(certType, server, status)) {
-            result = status;
+        int lookUpStatus = EC_success;
+        if (!hasUsableAuthority(certType, server, lookUpStatus)) {
+            result = lookUpStatus;
             continue;
         }
-        bool updated = false;
-        status = updateLockedServer(certType, server, force, updated);
-        if (status != EC_success)
-            result = status;
-        if (updated)
+        const std::optional<int> status = updateUnderLock(certType, server, force);
+        if (!status)
+            continue;
+        if (*status == EC_success)
             ++successCount;
+        else
+            result = *status;
     }
     return result;
 }
