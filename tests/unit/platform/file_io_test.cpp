@@ -8,8 +8,10 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/ptrace.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -193,6 +195,34 @@ TEST_F(ReplaceFile, WritesANewFileWithItsMode)
     EXPECT_EQ(readText(path), "text");
     EXPECT_EQ(tests::modeOf(path), 0600U);
     EXPECT_THAT(tests::namesIn(directory), ElementsAre("file"));
+}
+
+TEST_F(ReplaceFile, SyncsTheFileBeforeItsNameAndTheFolderAfterIt)
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
+        raise(SIGSTOP);
+        _exit(tq::replaceFile(path, "text", 0600, CONTEXT) ? 0 : 1);
+    }
+    std::vector<std::string> steps;
+    int status = 0;
+    for (waitpid(child, &status, 0); WIFSTOPPED(status); waitpid(child, &status, 0)) {
+        ptrace(PTRACE_SETOPTIONS, child, nullptr, PTRACE_O_TRACESYSGOOD); // lets a stop tell its call
+        __ptrace_syscall_info call{};
+        ptrace(PTRACE_GET_SYSCALL_INFO, child, sizeof call, &call);
+        if (call.op == PTRACE_SYSCALL_INFO_ENTRY) {
+            if (call.entry.nr == SYS_fsync)
+                steps.emplace_back("sync");
+            else if (call.entry.nr == SYS_write)
+                steps.emplace_back("write");
+            else if (call.entry.nr == SYS_rename)
+                steps.emplace_back("rename");
+        }
+        ptrace(PTRACE_SYSCALL, child, nullptr, nullptr);
+    }
+    EXPECT_EQ(status, 0);
+    EXPECT_THAT(steps, ElementsAre("write", "sync", "rename", "sync"));
 }
 
 TEST_F(ReplaceFile, ReplacesALinkAndNotItsTarget)

@@ -3,6 +3,7 @@
 #include "tests/unit/platform/identity_fixture.h"
 
 #include <csignal>
+#include <functional>
 #include <gmock/gmock.h>
 #include <sys/ptrace.h>
 #include <sys/resource.h>
