@@ -3,7 +3,6 @@
 #include "platform/process_tree.h"
 #include "platform/running_command.h"
 
-#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
