@@ -6,7 +6,6 @@
 #include "tests/unit/platform/test_files.h"
 
 #include <cstdlib>
-#include <cstring>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
@@ -298,11 +297,11 @@ TEST(InstallDir, HasItsClosingSlashAndMustFit)
     char buffer[12];
     EXPECT_EQ(getTQInstallDir(buffer, 12), 0);
     EXPECT_STREQ(buffer, "/usr/torqv/");
-    std::strcpy(buffer, "untouched");
+    buffer[0] = '!';
     EXPECT_EQ(getTQInstallDir(buffer, 11), 20);
     EXPECT_EQ(getTQInstallDir(buffer, 0), 20);
     EXPECT_EQ(getTQInstallDir(buffer, -1), 20);
-    EXPECT_STREQ(buffer, "untouched");
+    EXPECT_STREQ(buffer, "!usr/torqv/") << "untouched by a failure";
     EXPECT_EQ(getTQInstallDir(nullptr, 100), 20);
 }
 

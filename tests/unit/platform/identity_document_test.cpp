@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sstream>
 
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -23,13 +24,17 @@ std::string entryWith(const std::string& key = "", const std::string& value = ""
         {"privateKey", "\"host.m1.key\""},
         {"caCertificates", "\"host.m1.ca\""},
     };
-    std::string text;
+    std::ostringstream text;
+    const char* separator = "{";
     for (const auto& [name, usual] : standard) {
         const std::string& shown = name == key ? value : usual;
-        if (!shown.empty())
-            text += (text.empty() ? "{\"" : ", \"") + name + "\": " + shown;
+        if (shown.empty())
+            continue;
+        text << separator << '"' << name << "\": " << shown;
+        separator = ", ";
     }
-    return text + "}";
+    text << '}';
+    return text.str();
 }
 
 std::string storeWith(const std::string& entries)
