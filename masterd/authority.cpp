@@ -86,7 +86,7 @@ void addName(GENERAL_NAMES& names, int type, ASN1_STRING* value)
     }
     GENERAL_NAME_set0_value(name.get(), type, value);
     require(sk_GENERAL_NAME_push(&names, name.get()) > 0, "alternative name");
-    name.release();
+    static_cast<void>(name.release()); // the list owns it now
 }
 
 /// A name as it stands, byte by byte: nothing in it can be read as more than one name.

@@ -14,7 +14,7 @@ namespace masterd {
 
 namespace {
 
-constexpr std::int64_t INVITATION_MAX_SECONDS = 30 * 86400;
+constexpr std::int64_t INVITATION_MAX_SECONDS = std::int64_t{30} * 86400;
 
 constexpr const char* FOOTER =
     "Exit status: 0 done; 1 it could not be done, standard error says why; 2 the command line "
