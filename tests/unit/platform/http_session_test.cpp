@@ -120,6 +120,8 @@ TEST_F(HttpSessionTest, NoRedirectIsFollowed)
 TEST_F(HttpSessionTest, ProxiesOfTheEnvironmentAreNotUsed)
 {
     const std::string proxy = "http://127.0.0.1:" + std::to_string(fakes::closedPort());
+    for (const char* name : {"no_proxy", "NO_PROXY"})
+        unsetenv(name);
     for (const char* name : {"https_proxy", "HTTPS_PROXY", "ALL_PROXY", "all_proxy"})
         setenv(name, proxy.c_str(), 1);
     const Outcome outcome = getFrom(answer(200, "{}"));
