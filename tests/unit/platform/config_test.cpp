@@ -30,7 +30,7 @@ protected:
         std::filesystem::remove_all(TQ_CONFIG_FILE);
         recordedLog().clear();
     }
-    ~Config() override { std::filesystem::remove_all(TQ_CONFIG_FILE); }
+    void TearDown() override { std::filesystem::remove_all(TQ_CONFIG_FILE); }
 
     static void write(std::string_view text) { tests::writeText(TQ_CONFIG_FILE, text); }
 };

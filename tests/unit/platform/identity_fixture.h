@@ -18,7 +18,7 @@ protected:
         freshDirectory(directory, 0700);
         fakes::recordedLog().clear();
     }
-    ~IdentityFixture() override { std::filesystem::remove_all(TQ_IDENTITY_DIR); }
+    void TearDown() override { std::filesystem::remove_all(TQ_IDENTITY_DIR); }
 
     static tq::Identity identity(const std::string& server, cert_type certType = CERT_TYPE_HOST)
     {

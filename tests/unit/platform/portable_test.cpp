@@ -57,7 +57,7 @@ protected:
             unsetenv(variable);
         }
     }
-    ~LocaleName() override
+    void TearDown() override
     {
         for (const char* variable : VARIABLES)
             unsetenv(variable);
