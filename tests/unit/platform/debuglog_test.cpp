@@ -26,7 +26,6 @@ namespace {
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::SizeIs;
 
 /// Made before the log and so destroyed after whatever belongs to the log and is destroyed.
@@ -139,8 +138,8 @@ TEST_F(DebugLogTest, NullTextContextAndFormatCountAsEmpty)
     const char* nothing = nullptr;
     logmsg(2, nothing, nothing);
     logmsg(2, std::string_view(), nothing);
-    logmsgf(2, nothing, nothing);
-    logmsgvf(2, 0, nothing, nothing);
+    logmsgf(2, nothing, nothing, 0);
+    logmsgvf(2, 0, nothing, nothing, 0);
     EXPECT_THAT(lines(), ElementsAre("<2> : ", "<2> : ", "<2> : ", "<2> : "));
 }
 
@@ -164,7 +163,9 @@ TEST_F(DebugLogTest, ErrnoStaysAsItWas)
 TEST_F(DebugLogTest, TextOfTenMegabytesIsOneEntryOfOneMebibyteAtMost)
 {
     ASSERT_GE(open(), 0);
-    logmsgf(2, "context", "%s", std::string(10'000'000, 'x').c_str());
+    std::string text;
+    text.resize(10'000'000, 'x');
+    logmsgf(2, "context", "%s", text.c_str());
     logmsg(2, "next", "context");
     const std::vector<std::string> all = lines();
     ASSERT_THAT(all, SizeIs(2));
@@ -361,7 +362,7 @@ TEST_F(DebugLogTest, ProcessesSideBySideDoNotMix)
             bool opened = open() >= 0;
             const std::string filler(300, static_cast<char>('a' + number));
             for (int i = 0; opened && i < ENTRIES; ++i)
-                logmsg(2, filler + "\n" + filler + " end", "context");
+                logmsgf(2, "context", "%s\n%s end", filler.c_str(), filler.c_str());
             _exit(opened ? 0 : 1);
         }
     }

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <sstream>
@@ -147,10 +146,9 @@ TEST_F(LogEntry, EntryOfExactlyOneMebibyteIsWhole)
 std::pair<std::size_t, std::size_t> leftOutAndShown(const std::string& entry, char character)
 {
     const std::size_t note = entry.rfind(" [");
-    std::size_t leftOut = 0;
-    int end = 0;
-    if (std::sscanf(entry.c_str() + note, " [%zu bytes left out]%n", &leftOut, &end) != 1 ||
-        entry.substr(note + static_cast<std::size_t>(end)) != "\n")
+    char* end = nullptr;
+    const std::size_t leftOut = std::strtoul(entry.c_str() + note + 2, &end, 10);
+    if (std::string(end) != " bytes left out]\n")
         return {0, 0};
     const std::size_t text = entry.find("context: ") + 9;
     return {leftOut, static_cast<std::size_t>(std::count(entry.begin() + static_cast<std::ptrdiff_t>(text),
@@ -171,7 +169,9 @@ TEST_F(LogEntry, OneByteMoreIsCutWithANoteOfWhatIsLeftOut)
 
 TEST_F(LogEntry, TenMegabytesAreCut)
 {
-    const std::string entry = entryOf(std::string(10'000'000, '#'));
+    std::string text;
+    text.resize(10'000'000, '#');
+    const std::string entry = entryOf(text);
     EXPECT_LE(entry.size(), tq::LOG_ENTRY_MAX_BYTES);
     EXPECT_GT(entry.size(), tq::LOG_ENTRY_MAX_BYTES - 100);
     const auto [leftOut, shownBytes] = leftOutAndShown(entry, '#');
@@ -192,7 +192,9 @@ TEST_F(LogEntry, CutFallsBetweenCharacters)
 
 TEST_F(LogEntry, EscapesCountAsWhatTheyTake)
 {
-    const std::string entry = entryOf(std::string(1'000'000, '\x01'));
+    std::string text;
+    text.resize(1'000'000, '\x01');
+    const std::string entry = entryOf(text);
     EXPECT_LE(entry.size(), tq::LOG_ENTRY_MAX_BYTES);
     const auto [leftOut, escapes] = leftOutAndShown(entry, '\\');
     EXPECT_EQ(leftOut + escapes, 1'000'000U);
