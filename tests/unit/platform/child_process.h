@@ -54,14 +54,14 @@ inline pid_t start(const std::vector<std::string>& arguments,
     const pid_t child = fork();
     if (child != 0)
         return child;
-    std::vector<char*> argv;
-    for (const std::string& argument : arguments)
-        argv.push_back(const_cast<char*>(argument.c_str()));
-    argv.push_back(nullptr);
-    std::vector<char*> envp;
-    for (const std::string& variable : environment)
-        envp.push_back(const_cast<char*>(variable.c_str()));
-    envp.push_back(nullptr);
+    const auto pointers = [](const std::vector<std::string>& texts) {
+        std::vector<char*> list(texts.size() + 1, nullptr);
+        for (std::size_t i = 0; i < texts.size(); ++i)
+            list[i] = const_cast<char*>(texts[i].c_str());
+        return list;
+    };
+    const std::vector<char*> argv = pointers(arguments);
+    const std::vector<char*> envp = pointers(environment);
     if (prepare)
         prepare();
     execve(argv[0], argv.data(), envp.data());

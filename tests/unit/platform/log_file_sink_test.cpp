@@ -17,7 +17,6 @@
 namespace {
 
 using namespace std::chrono_literals;
-using testing::HasSubstr;
 using tests::readText;
 
 /// Noon of 2026-11-20.

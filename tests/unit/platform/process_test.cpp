@@ -338,8 +338,9 @@ TEST_F(EndingSignal, LeavesNothingBehindWheneverItComes)
 {
     const std::string token = directory.file("watched");
     tests::writeText(token, "");
+    const std::string follow = "tail -f " + token;
+    const std::string command = follow + " & " + follow;
     for (int delayMs = 0; delayMs < 30; ++delayMs) {
-        const std::string command = "tail -f " + token + " & tail -f " + token;
         const pid_t probe = tests::start({PROCESS_PROBE, delayMs % 2 == 0 ? "system" : "popen", command});
         std::this_thread::sleep_for(std::chrono::milliseconds(delayMs));
         kill(probe, SIGTERM);

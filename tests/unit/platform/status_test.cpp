@@ -15,8 +15,6 @@
 
 namespace {
 
-using testing::HasSubstr;
-
 TEST(StatusTexts, HoldEveryStatusOfTheProductOnce)
 {
     const std::multiset<int> expected{-1,   0,    11,   12,   13,   14,   20,   25,   36,
