@@ -8,6 +8,15 @@ using namespace session_test;
 
 namespace {
 
+/// A text many times over, so that a flood of small pieces comes fast.
+std::string repeated(const std::string& text)
+{
+    std::string all;
+    for (int i = 0; i < 500; ++i)
+        all += text;
+    return all;
+}
+
 /// 300,000 blanks under gzip.
 std::string gzipBomb()
 {
@@ -95,7 +104,7 @@ TEST_F(HttpSessionTest, AnEndlessBodyIsCutOff)
     EXPECT_EQ(getFrom(body).result.status, 7623);
 
     ServerAnswer chunks = raw("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n");
-    chunks.endless = "a\r\n0123456789\r\n";
+    chunks.endless = repeated("a\r\n0123456789\r\n");
     EXPECT_EQ(getFrom(chunks).result.status, 7623);
 }
 
@@ -123,12 +132,12 @@ TEST_F(HttpSessionTest, AGzipReplyIsDecoded)
 TEST_F(HttpSessionTest, FloodsOfHeadersAreCutOff)
 {
     ServerAnswer headers = raw("HTTP/1.1 200 OK\r\n");
-    headers.endless = "X-Flood: 0123456789\r\n";
+    headers.endless = repeated("X-Flood: 0123456789\r\n");
     EXPECT_EQ(getFrom(headers).result.status, 7623);
 
     for (const char* interim : {"HTTP/1.1 100 Continue\r\n\r\n", "HTTP/1.1 103 Early Hints\r\n\r\n"}) {
         ServerAnswer flood = raw("");
-        flood.endless = interim;
+        flood.endless = repeated(interim);
         EXPECT_EQ(getFrom(flood).result.status, 7623) << interim;
     }
 }
