@@ -71,17 +71,38 @@ def box(sandbox_of):
     return sandbox_of()
 
 
-@pytest.fixture
-def master(box):
-    """Its master server, serving."""
-    return box.master().serve()
+@pytest.fixture(scope="session")
+def beginnings(build, tmp_path_factory):
+    """A master server's data and a host's identity, made once by the real programs: they are the beginning of
+    most tests, and making keys anew for each would only take time."""
+    folder = tmp_path_factory.mktemp("beginnings")
+    with Sandbox(build, folder / "sandbox") as box:
+        master = box.master()
+        shutil.copytree(master.data_outside, folder / "new" / "master")
+        result = box.enrol(master.serve())
+        assert result.status == 0, result.err
+        assert master.stop().status == 0
+        shutil.copytree(master.data_outside, folder / "enrolled" / "master")
+        shutil.copytree(box.var("identity"), folder / "enrolled" / "identity")
+        assert box.sanitizer_reports() == []
+    return folder
 
 
 @pytest.fixture
-def enrolled(box, master):
+def master(box, beginnings, request):
+    """The host's master server, serving."""
+    beginning = "enrolled" if "enrolled" in request.fixturenames else "new"
+    master = Master(box, "master1.example")
+    shutil.copytree(beginnings / beginning / "master", master.data_outside)
+    box.masters[master.name] = master
+    return master.serve()
+
+
+@pytest.fixture
+def enrolled(box, master, beginnings):
     """The host with an identity towards its serving master server."""
-    result = box.enrol(master)
-    assert result.status == 0, result.err
+    assert master.process is not None
+    shutil.copytree(beginnings / "enrolled" / "identity", box.var("identity"))
     return box
 
 

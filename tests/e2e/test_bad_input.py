@@ -48,7 +48,7 @@ def elsewhere(enrolled):
         b"SERVER = master1.example",
         b"SERVER = master1.example\r\nCLIENT_NAME = h\r\n",
         b"no equals sign\n= value\nserver   =    master1.example   \n",
-        b"SERVER = master1.example\nCLIENT_NAME = " + b"x" * 3_000_000 + b"\n",
+        b"SERVER = master1.example\nCLIENT_NAME = " + b"x" * 900_000 + b"\n",
         b"SERVER = master1.example\nWEB_CONNECT_SECONDS = 99999999999999999999\nDEBUG_LOG_DAYS = no\n",
     ],
     ids=["binary", "no-line-end", "cr-lf", "no-equals-sign", "long-line", "numbers"],
@@ -58,6 +58,12 @@ def test_a_damaged_configuration_keeps_what_can_be_read_of_it(enrolled, content)
     result = enrolled.command("-localinfo")
     assert result.status == 0, result.err
     assert json.loads(result.out)["masterServer"] == MASTER1
+
+
+def test_a_configuration_of_more_than_a_mebibyte_is_none(box):
+    box.add_config("#" * 1_100_000)
+    assert box.command("-localinfo").status == 111
+    assert any("kx.conf" in text for text in box.log_texts(16))
 
 
 def test_a_line_without_an_equals_sign_is_noted(enrolled):
@@ -136,14 +142,14 @@ def test_an_entry_whose_file_names_lead_outside_is_refused(enrolled):
 
 @pytest.mark.parametrize("field", ["certificate", "privateKey", "caCertificates"])
 @pytest.mark.parametrize("content", [None, b"", b"no certificate\n"], ids=["missing", "empty", "damaged"])
-def test_a_key_or_certificate_that_cannot_be_used_is_7622_or_7621(enrolled, field, content):
+def test_a_key_or_certificate_that_cannot_be_used_is_7622_and_an_authority_7626(enrolled, field, content):
     file = enrolled.var("identity") / enrolled.identities()[0][field]
     file.unlink()
     if content is not None:
         file.write_bytes(content)
     result = enrolled.command("-read")
     assert result.status == 252
-    expected = "7621" if field == "caCertificates" else "7622"
+    expected = "7626" if field == "caCertificates" else "7622"
     assert result.err == f"Requested operation failed with error: {expected}\n"
     assert any(MASTER1 in text for text in enrolled.log_texts(16))
 

@@ -2,6 +2,8 @@
 
 import json
 
+import pytest
+
 MASTER1, MASTER2 = "master1.example", "master2.example"
 NO_NEED = "No need to update host information into host DB"
 NOTHING_UPDATED = "Failed to update hostDB for all masters"
@@ -146,12 +148,11 @@ def test_a_refusal_by_the_web_service_is_retried_and_its_code_is_the_status(enro
     assert errors == ["Caught WebServiceException, err = 47, err_msg = busy"] * 5
 
 
-def test_a_put_that_is_answered_with_201_or_204_is_a_failure(enrolled, scripted):
-    for status in (201, 204):
-        with_status = scripted({"method": "PUT", "answer": {"status": status, "body": ""}})
-        assert enrolled.update_without_waiting().status == 252
-        assert enrolled.status_file().read_text() == "7500\n"
-        with_status.__exit__()
+@pytest.mark.parametrize("status", [201, 204])
+def test_a_put_that_is_answered_with_201_or_204_is_a_failure(enrolled, scripted, status):
+    scripted({"method": "PUT", "answer": {"status": status, "body": ""}})
+    assert enrolled.update_without_waiting().status == 252
+    assert enrolled.status_file().read_text() == "7500\n"
 
 
 def test_a_token_that_cannot_be_renewed_after_the_put_fails_the_update_but_the_cache_is_written(
