@@ -16,7 +16,7 @@ struct LoggedRequest {
     int status = 0;
     std::string identity;    ///< "<host name>/<host id>"
     std::string certificate; ///< SHA-256 of the client's certificate
-    std::string fault = {}; ///< why a connection was refused before any request
+    std::string fault = {};  ///< why a connection was refused before any request
 };
 
 /// The line, without its end: time (UTC), client, "method target", status, identity, certificate; "-" for

@@ -11,7 +11,7 @@ namespace masterd {
 
 namespace {
 
-constexpr std::size_t MAX_BYTES = 64 * 1024;
+constexpr std::size_t MAX_BYTES = std::size_t{64} * 1024;
 constexpr const char* TOKEN_LIFETIME_KEY = "tokenLifetimeSeconds";
 constexpr const char* CERTIFICATE_DAYS_KEY = "certificateDays";
 constexpr std::int64_t TOKEN_LIFETIME_MAX = 604800;

@@ -131,7 +131,7 @@ Store::Store(const std::string& path)
 
 Secret Store::invite(const std::string& hostName, IdentityType type, std::int64_t expiresAt)
 {
-    const Secret invitation = makeSecret();
+    Secret invitation = makeSecret();
     const std::string hash = invitation.hash();
     const std::lock_guard lock(mutex_);
     Query(addInvitation_)
@@ -203,7 +203,7 @@ Store::Revoked Store::revoke(const std::string& hostName, std::int64_t now)
 
 Secret Store::issueToken(const std::string& hostId, std::int64_t now, std::int64_t expiresAt)
 {
-    const Secret token = makeSecret();
+    Secret token = makeSecret();
     const std::string hash = token.hash();
     const std::lock_guard lock(mutex_);
     Transaction transaction(database_);

@@ -14,8 +14,8 @@ namespace masterd {
 
 /// What a client may take. A connection holds a worker while it lasts, so none of these is generous.
 struct ConnectionLimits {
-    std::chrono::milliseconds handshake{10000};  ///< from the connection to the end of the handshake
-    std::chrono::milliseconds firstByte{5000};   ///< until something has arrived, and between two requests
+    std::chrono::milliseconds handshake{15000};  ///< from the connection to the end of the handshake
+    std::chrono::milliseconds firstByte{15000};  ///< until something has arrived, and between two requests
     std::chrono::milliseconds request{30000};    ///< from a request's first byte to its last
     std::chrono::milliseconds writeStall{30000}; ///< without a byte taken by the client
     std::size_t headBytes = std::size_t{64} * 1024;
