@@ -100,7 +100,7 @@ int FileUtils::shredFile(const std::string& path) noexcept
             return EC_stat_failed;
         }
         // The size is the one from before the open, which empties the file: the passes write that many bytes.
-        tq::FileDescriptor file = tq::openOwnFile(path, O_WRONLY | O_TRUNC, 0, CONTEXT);
+        tq::FileDescriptor file = tq::openOwnFile(path, O_WRONLY | O_TRUNC, 0, nullptr);
         if (!file) {
             logmsgvf(ERROR, ERROR_FLAG, CONTEXT, "Failed to open file <%s>, with error = <%s>", name,
                      std::strerror(errno));

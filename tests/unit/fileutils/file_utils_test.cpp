@@ -1,6 +1,7 @@
 #include "fileutils/file_utils.h"
 
 #include "tests/fakes/platform/fake_platform.h"
+#include "tests/unit/fileutils/failing_close.h"
 #include "tests/unit/fileutils/limited_memory.h"
 #include "tests/unit/fileutils/recorded_writes.h"
 
@@ -99,6 +100,17 @@ protected:
         return path;
     }
 
+    /// The whole log of a file that cannot be opened: one entry says so, with the cause.
+    static void expectLogOfRefusedOpen(const std::string& path, const std::string& cause)
+    {
+        EXPECT_THAT(
+            fakes::platform().log,
+            ElementsAre(
+                LogEntry{2, "Received file <" + path + ">", CONTEXT},
+                LogEntry{16, "Failed to open file <" + path + ">, with error = <" + cause + ">", CONTEXT}));
+        EXPECT_THAT(fakes::platform().calls, ElementsAre("logmsgvf 2 9", "logmsgvf 16 0"));
+    }
+
     const fs::path directory_ = fs::path(testing::TempDir()) / "shred";
 };
 
@@ -136,6 +148,23 @@ TEST_F(ShredFile, FivePatternsThenRandomBytesThenZerosAreWrittenOverTheWholeSize
         EXPECT_EQ(write.offset, 0);
 }
 
+TEST_F(ShredFile, TheRandomBytesAreThoseOfTheProcessesGeneratorLessThan128)
+{
+    constexpr std::size_t SIZE = 500;
+    constexpr unsigned SEED = 7;
+    const std::string path = makeFile("old", std::string(SIZE, 's'));
+    const fakes::WriteRecorder recorder;
+    std::srand(SEED);
+    ASSERT_EQ(FileUtils::shredFile(path), 0);
+
+    std::string expected(SIZE, '\0');
+    std::srand(SEED);
+    for (char& byte : expected)
+        byte = static_cast<char>(std::rand() % 128);
+    ASSERT_EQ(recorder.writes.size(), 7U);
+    EXPECT_EQ(recorder.writes[5].bytes, expected);
+}
+
 TEST_F(ShredFile, AMissingPathGives142AndWritesNothing)
 {
     const std::string path = directory_ / "absent";
@@ -160,17 +189,34 @@ TEST_F(ShredFile, AReadOnlyFileGives12AndStaysInPlace)
     }
     EXPECT_EQ(status, 12);
     EXPECT_EQ(contentOf(path), "kept");
-    EXPECT_EQ(
-        fakes::platform().log.back(),
-        (LogEntry{16, "Failed to open file <" + path + ">, with error = <Permission denied>", CONTEXT}));
-    EXPECT_EQ(fakes::platform().calls.back(), "logmsgvf 16 0");
+    expectLogOfRefusedOpen(path, "Permission denied");
 }
 
-TEST_F(ShredFile, AnEmptyFileIsRemoved)
+TEST_F(ShredFile, AnEmptyFileIsOpenedWrittenSevenTimesWithNoBytesAndRemoved)
 {
     const std::string path = makeFile("empty", "");
+    const fakes::WriteRecorder recorder;
     EXPECT_EQ(FileUtils::shredFile(path), 0);
     EXPECT_FALSE(fs::exists(path));
+    EXPECT_GE(recorder.seeksToStart, 7) << "each pass begins with one";
+    EXPECT_THAT(recorder.writes, testing::IsEmpty());
+    EXPECT_THAT(fakes::platform().log, ElementsAre(LogEntry{2, "Received file <" + path + ">", CONTEXT},
+                                                   LogEntry{2, "Exit. status <0>", CONTEXT}));
+}
+
+TEST_F(ShredFile, AnEmptyFileThatCannotBeOpenedGives12AndStaysInPlace)
+{
+    const std::string path = makeFile("empty", "");
+    fs::permissions(directory_, fs::perms::all);
+    fs::permissions(path, fs::perms{0444});
+    int status = 0;
+    {
+        const OrdinaryUser user;
+        status = FileUtils::shredFile(path);
+    }
+    EXPECT_EQ(status, 12);
+    EXPECT_TRUE(fs::exists(path));
+    expectLogOfRefusedOpen(path, "Permission denied");
 }
 
 TEST_F(ShredFile, AFileThatCannotBeRemovedEndsAsZeroBytesOfItsOldSize)
@@ -214,6 +260,19 @@ TEST_F(ShredFile, AFailedWriteGives14AndTheFileStaysEmptied)
     EXPECT_THAT(fakes::platform().calls, ElementsAre("logmsgvf 2 9")) << "logmsgf has no flag";
 }
 
+TEST_F(ShredFile, AFailedCloseGives14AndTheFileStays)
+{
+    const std::string path = makeFile("old", "0123456789");
+    fakes::failNextClose();
+    EXPECT_EQ(FileUtils::shredFile(path), 14);
+    EXPECT_EQ(contentOf(path), std::string(10, '\0'));
+    ASSERT_EQ(fakes::platform().log.size(), 2U);
+    const LogEntry& failure = fakes::platform().log.back();
+    EXPECT_EQ(failure.level, 16);
+    EXPECT_EQ(failure.context, CONTEXT);
+    EXPECT_THAT(failure.text, testing::StartsWith("Failure operating on file <" + path + ">: "));
+}
+
 TEST_F(ShredFile, MemoryThatCannotBeHadGives14)
 {
     const std::string path = makeFile("huge", "");
@@ -232,8 +291,26 @@ TEST_F(ShredFile, ALinkGives12AndItsTargetIsUntouched)
     EXPECT_EQ(FileUtils::shredFile(link), 12);
     EXPECT_EQ(contentOf(target), "kept");
     EXPECT_TRUE(fs::is_symlink(link));
-    EXPECT_TRUE(fakes::platform().logged(
-        16, "Failed to open file <" + link + ">, with error = <Too many levels of symbolic links>", CONTEXT));
+    expectLogOfRefusedOpen(link, "Too many levels of symbolic links");
+}
+
+TEST_F(ShredFile, ALinkThatLeadsNowhereGives142AsItsAttributesAreReadFirst)
+{
+    const std::string link = directory_ / "link";
+    fs::create_symlink(directory_ / "nowhere", link);
+    EXPECT_EQ(FileUtils::shredFile(link), 142);
+    EXPECT_TRUE(fs::is_symlink(link));
+    EXPECT_EQ(fakes::platform().log.back(),
+              (LogEntry{16, "Failed to stat on file <" + link + ">, with error = <-1>", CONTEXT}));
+}
+
+TEST_F(ShredFile, AFileWithASecondHardLinkGives12AndIsUntouched)
+{
+    const std::string path = makeFile("old", "kept");
+    fs::create_hard_link(path, directory_ / "elsewhere");
+    EXPECT_EQ(FileUtils::shredFile(path), 12);
+    EXPECT_EQ(contentOf(path), "kept");
+    expectLogOfRefusedOpen(path, "Too many links");
 }
 
 TEST_F(ShredFile, AFifoGives12WithoutWaiting)
@@ -242,6 +319,7 @@ TEST_F(ShredFile, AFifoGives12WithoutWaiting)
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
     EXPECT_EQ(FileUtils::shredFile(fifo), 12);
     EXPECT_TRUE(fs::exists(fifo));
+    expectLogOfRefusedOpen(fifo, "Invalid argument");
 }
 
 TEST_F(ShredFile, AFifoWithAReaderGives12AndNothingIsWritten)
@@ -254,6 +332,7 @@ TEST_F(ShredFile, AFifoWithAReaderGives12AndNothingIsWritten)
     char byte = 0;
     EXPECT_EQ(read(reader, &byte, 1), 0);
     close(reader);
+    expectLogOfRefusedOpen(fifo, "Invalid argument");
 }
 
 TEST_F(ShredFile, AFolderGives12)
@@ -262,21 +341,30 @@ TEST_F(ShredFile, AFolderGives12)
     fs::create_directory(folder);
     EXPECT_EQ(FileUtils::shredFile(folder), 12);
     EXPECT_TRUE(fs::is_directory(folder));
-    EXPECT_TRUE(fakes::platform().logged(
-        16, "Failed to open file <" + folder + ">, with error = <Invalid argument>", CONTEXT));
+    expectLogOfRefusedOpen(folder, "Invalid argument");
 }
 
 TEST_F(ShredFile, NoDescriptorIsLeft)
 {
+    const std::string full = makeFile("full", "text");
+    const std::string fifo = directory_ / "fifo";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    const int reader = open(fifo.c_str(), O_RDONLY | O_NONBLOCK);
+    ASSERT_GE(reader, 0);
+
     const int before = open("/dev/null", O_RDONLY);
     close(before);
-    FileUtils::shredFile(makeFile("one", "text"));
-    FileUtils::shredFile(directory_ / "absent");
+    EXPECT_EQ(FileUtils::shredFile(makeFile("one", "text")), 0);
+    EXPECT_EQ(FileUtils::shredFile(directory_ / "absent"), 142);
+    int status = 0;
     {
         const FileSizeLimit limit(0);
-        FileUtils::shredFile(makeFile("two", ""));
+        status = FileUtils::shredFile(full);
     }
+    EXPECT_EQ(status, 14);
+    EXPECT_EQ(FileUtils::shredFile(fifo), 12) << "opened, then refused";
     const int after = open("/dev/null", O_RDONLY);
+    close(reader);
     close(after);
     EXPECT_EQ(after, before);
 }

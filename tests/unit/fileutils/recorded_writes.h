@@ -1,5 +1,5 @@
-/// What this program writes into files, byte for byte. The two system calls behind a file stream are replaced
-/// by recording ones, which still write.
+/// What this program writes into files, byte for byte, and where it seeks. The calls behind a file stream are
+/// replaced by recording ones, which still do their work.
 #pragma once
 
 #include <string>
@@ -21,7 +21,8 @@ public:
     WriteRecorder& operator=(const WriteRecorder&) = delete;
     ~WriteRecorder();
 
-    std::vector<RecordedWrite> writes;
+    std::vector<RecordedWrite> writes; ///< those of no bytes never reach the system
+    int seeksToStart = 0;
 };
 
 } // namespace fakes
