@@ -104,6 +104,8 @@ bool TQHostDBCacheHandler::readCacheFile(std::string& out)
     if (!line)
         LogLine(LogLevel::warning, CONTEXT)
             << "Unable to read cache file " << cacheFile_ << ": " << std::strerror(errno) << '\n';
+    else if (line->empty())
+        LogLine(LogLevel::warning, CONTEXT) << "Cache file " << cacheFile_ << " holds no record\n";
     out = line.value_or("");
     return true;
 }
@@ -117,7 +119,10 @@ bool TQHostDBCacheHandler::isPresentInCache(const CHostInformation* local)
 
     CHostInformation cached;
     try {
-        cached.getHostObj("[" + text + "]");
+        // Every record that was sent has its identifier: without one the text is something else.
+        if (cached.getHostObj("[" + text + "]") == 0 || cached.hostId.empty())
+            LogLine(LogLevel::warning, CONTEXT)
+                << "Unable to read host information in cache file " << cacheFile_ << '\n';
     } catch (const std::exception& error) {
         LogLine(LogLevel::warning, CONTEXT)
             << "Unable to read host information in cache file " << cacheFile_ << ": " << error.what() << '\n';

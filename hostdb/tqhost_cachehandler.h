@@ -21,11 +21,12 @@ public:
 
     /// Reads the file's first line, without its line end, into `out`. False, and `out` untouched, when the
     /// file cannot be opened or is larger than OWN_FILE_MAX_BYTES. A line that cannot be read to its end
-    /// gives an empty text and a level-8 entry.
+    /// gives an empty text; an empty text has a level-8 entry with its cause.
     bool readCacheFile(std::string& out);
 
-    /// Whether the cached record equals the local one. False without a usable cache; the record's comparison
-    /// logs the first difference.
+    /// Whether the cached record equals the local one. False without a usable cache: a line that holds no
+    /// record has a level-8 entry with the file's path, and what was read of it compares unequal. The
+    /// record's comparison logs the first difference.
     bool isPresentInCache(const CHostInformation* local);
 
     /// Makes the record just sent the cached one, in place. False when the file cannot be opened for writing;

@@ -95,8 +95,6 @@ TEST_F(CacheHandler, ReadGivesTheFirstLineWithoutItsLineEnd)
     const std::pair<std::string, std::string> cases[] = {
         {"one\ntwo\n", "one"},
         {"one", "one"},
-        {"", ""},
-        {"\ntwo\n", ""},
         {"one\r\ntwo", "one\r"},
         {std::string("a\0b\n", 4), std::string("a\0b", 3)},
         {std::string(100000, 'x') + "\nrest", std::string(100000, 'x')},
@@ -110,6 +108,20 @@ TEST_F(CacheHandler, ReadGivesTheFirstLineWithoutItsLineEnd)
         EXPECT_EQ(text, line) << content.substr(0, 40);
     }
     EXPECT_THAT(log(), IsEmpty());
+}
+
+TEST_F(CacheHandler, AnEmptyFirstLineIsReadAsAnEmptyTextAndNoted)
+{
+    TQHostDBCacheHandler handler = makeHandler("m1");
+    for (const char* content : {"", "\n", "\ntwo\n"}) {
+        test_host::write(CACHE, content);
+        log().clear();
+        std::string text = "before";
+        EXPECT_TRUE(handler.readCacheFile(text));
+        EXPECT_EQ(text, "");
+        EXPECT_THAT(log(), ElementsAre(LogEntry{8, std::string("Cache file ") + CACHE + " holds no record\n",
+                                                "TQHostDBCacheHandler::readCacheFile"}));
+    }
 }
 
 TEST_F(CacheHandler, AnAbsentFileIsNotedAndNotRead)
@@ -184,9 +196,11 @@ TEST_F(CacheHandler, AnEmptyFirstLineIsNotCompared)
     const CHostInformation record;
     for (const char* content : {"", "\n", "\n{}\n"}) {
         test_host::write(CACHE, content);
+        log().clear();
         EXPECT_FALSE(makeHandler("m1").isPresentInCache(&record));
+        EXPECT_THAT(log(), ElementsAre(LogEntry{8, std::string("Cache file ") + CACHE + " holds no record\n",
+                                                "TQHostDBCacheHandler::readCacheFile"}));
     }
-    EXPECT_THAT(log(), IsEmpty());
 }
 
 TEST_F(CacheHandler, TheRecordThatWasWrittenIsPresent)
@@ -218,9 +232,12 @@ TEST_F(CacheHandler, MalformedJsonIsComparedAsAnEmptyRecord)
     test_host::write(CACHE, "{\"uuid\":\n");
     const CHostInformation record = sampleRecord();
     EXPECT_FALSE(makeHandler("m1").isPresentInCache(&record));
-    ASSERT_EQ(log().size(), 2U);
+    ASSERT_EQ(log().size(), 3U);
     EXPECT_EQ(log()[0].context, "JSONConverter::LoadJSON");
     EXPECT_EQ(log()[1],
+              (LogEntry{8, std::string("Unable to read host information in cache file ") + CACHE + "\n",
+                        "TQHostDBCacheHandler::isPresentInCache"}));
+    EXPECT_EQ(log()[2],
               (LogEntry{2, "Installed HFX  and HFX1 mismatched \n", "CHostInformation::operator=="}));
 }
 
@@ -239,7 +256,7 @@ TEST_F(CacheHandler, AnExceptionWhileReadingTheCachedTextCountsAsALineThatCannot
     EXPECT_THAT(fakes::platform().texts("CHostInformation::operator=="), IsEmpty());
 }
 
-TEST_F(CacheHandler, DamagedCachesNeverCompareEqual)
+TEST_F(CacheHandler, DamagedCachesNeverCompareEqualAndAreNamedOnce)
 {
     const std::string damaged[] = {
         "null",
@@ -258,7 +275,12 @@ TEST_F(CacheHandler, DamagedCachesNeverCompareEqual)
     const CHostInformation record = sampleRecord();
     for (const std::string& text : damaged) {
         test_host::write(CACHE, text + "\n");
+        log().clear();
         EXPECT_FALSE(makeHandler("m1").isPresentInCache(&record)) << text.substr(0, 40);
+        const LogEntry named{8, std::string("Unable to read host information in cache file ") + CACHE + "\n",
+                             "TQHostDBCacheHandler::isPresentInCache"};
+        EXPECT_EQ(std::count(log().begin(), log().end(), named), 1) << text.substr(0, 40);
+        EXPECT_EQ(fakes::platform().texts("CHostInformation::operator==").size(), 1U) << text.substr(0, 40);
     }
 }
 
