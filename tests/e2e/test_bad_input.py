@@ -49,9 +49,10 @@ def elsewhere(enrolled):
         b"SERVER = master1.example\r\nCLIENT_NAME = h\r\n",
         b"no equals sign\n= value\nserver   =    master1.example   \n",
         b"SERVER = master1.example\nCLIENT_NAME = " + b"x" * 900_000 + b"\n",
+        b"UNKNOWN = 1\nSERVER = master1.example\nUNKNOWN_TOO = $(id)\n",
         b"SERVER = master1.example\nWEB_CONNECT_SECONDS = 99999999999999999999\nDEBUG_LOG_DAYS = no\n",
     ],
-    ids=["binary", "no-line-end", "cr-lf", "no-equals-sign", "long-line", "numbers"],
+    ids=["binary", "no-line-end", "cr-lf", "no-equals-sign", "long-line", "unknown-keys", "numbers"],
 )
 def test_a_damaged_configuration_keeps_what_can_be_read_of_it(enrolled, content):
     (enrolled.torqv / "torquenix" / "kx.conf").write_bytes(content)
@@ -171,12 +172,15 @@ def test_a_damaged_token_file_is_replaced_by_a_new_token(enrolled, content):
     [b"", b"\n{}\n", b"{", b"null\n", b"[]\n", b"\0\xff\n", b'{"servers":[1]}\n', b"[" * 100_000, b"x" * 17_000_000],
     ids=["empty", "empty-line", "cut", "null", "array", "binary", "number-in-list", "deep", "too-big"],
 )
-def test_a_damaged_cache_is_as_good_as_none(enrolled, content):
+def test_a_damaged_cache_is_as_good_as_none_and_named_in_the_log(enrolled, content):
     assert enrolled.command("-update").status == 0
     good = enrolled.cache_file().read_bytes()
     enrolled.cache_file().write_bytes(content)
+    enrolled.forget_log()
     assert enrolled.command("-update").status == 0
     assert enrolled.cache_file().read_bytes() == good
+    faults = enrolled.log_texts(8) + enrolled.log_texts(16)
+    assert any(enrolled.cache_file().name in text for text in faults)
 
 
 @pytest.mark.parametrize("make", NOT_REGULAR)
