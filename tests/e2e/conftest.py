@@ -5,7 +5,8 @@ import shutil
 
 import pytest
 
-from sandbox import Master, Sandbox, ScriptedServer
+from sandbox import Sandbox
+from servers import Master, ScriptedServer
 
 TOP = pathlib.Path(__file__).resolve().parent.parent.parent
 

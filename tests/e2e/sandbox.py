@@ -5,7 +5,6 @@ A sandbox is one bubblewrap process with private mount, network, process and hos
 host (/etc, /proc/cpuinfo, /proc/meminfo, /sbin, the host name) comes from a host image under tests/hosts.
 """
 
-import base64
 import contextlib
 import dataclasses
 import json
@@ -18,16 +17,14 @@ import signal
 import subprocess
 import time
 
+from debug_log import parse_log
+from servers import ADDRESSES, Master
+
 HERE = pathlib.Path(__file__).resolve().parent
 TOP = HERE.parent.parent
 IMAGES = TOP / "tests" / "hosts"
 
 WEB_SERVICE_PORT = 1556
-ADDRESSES = {
-    "master1.example": "127.0.0.2",
-    "master2.example": "127.0.0.3",
-    "master3.example": "127.0.0.4",
-}
 INSTALL_ROOT = "/usr/torqv"
 BIN_DIR = f"{INSTALL_ROOT}/torquenix/bin"
 PROGRAMS = ("tqhostdbcmd", "tqenroll", "tqmasterd")
@@ -43,16 +40,6 @@ class SandboxError(Exception):
 
 
 @dataclasses.dataclass(frozen=True)
-class LogEntry:
-    """One entry of a debug log, lines that follow its first joined with line ends."""
-
-    level: int
-    context: str
-    text: str
-    pid: int
-
-
-@dataclasses.dataclass(frozen=True)
 class Result:
     """How a process ended and what it printed."""
 
@@ -64,28 +51,6 @@ class Result:
     def injected_waits(self, seconds):
         """How many waits of so many seconds there were, all of which the tracer made no wait at all."""
         return len(re.findall(rf"nanosleep\(.*\{{tv_sec={seconds}, tv_nsec=0\}}", self.trace))
-
-
-ENTRY = re.compile(
-    r"^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} \[(?P<pid>\d+)\] <(?P<level>\d+)> (?P<context>.*?): (?P<text>.*)$"
-)
-
-
-def parse_log(text):
-    """Entries of a debug log. A line that is neither an entry nor the continuation of one is refused."""
-    entries = []
-    for line in text.splitlines():
-        match = ENTRY.match(line)
-        if match:
-            entries.append(
-                LogEntry(int(match["level"]), match["context"], match["text"], int(match["pid"]))
-            )
-        elif line.startswith("\t") and entries:
-            last = entries[-1]
-            entries[-1] = dataclasses.replace(last, text=last.text + "\n" + line[1:])
-        else:
-            raise ValueError(f"neither an entry nor a continuation: {line!r}")
-    return entries
 
 
 class Process:
@@ -446,102 +411,3 @@ class Sandbox:
         argv = [f"{BIN_DIR}/tqenroll", "--server", master.name, "--invitation", invitation]
         argv += ["--fingerprint", fingerprint] + (["--cluster"] if cluster else [])
         return self.run(argv)
-
-
-@dataclasses.dataclass(frozen=True)
-class Invitation:
-    text: str
-    fingerprint: str
-
-
-class Master:
-    """A real tqmasterd on an address of its own."""
-
-    def __init__(self, sandbox, name, folder=None):
-        folder = folder or name
-        self.sandbox = sandbox
-        self.name = name
-        self.address = ADDRESSES[name]
-        self.data = f"/shared/{folder}"
-        self.data_outside = sandbox.shared / folder
-        self.process = None
-
-    def _run(self, *arguments):
-        result = self.sandbox.run([f"{BIN_DIR}/tqmasterd", *arguments])
-        if result.status != 0:
-            raise SandboxError(f"tqmasterd {shlex.join(arguments)}: {result.status}\n{result.out}{result.err}")
-        return result
-
-    def init(self):
-        return self._run("init", "--data", self.data, "--name", self.name)
-
-    def serve(self):
-        """Starts serving and waits until it listens."""
-        argv = [f"{BIN_DIR}/tqmasterd", "serve", "--data", self.data, "--listen", self.address]
-        self.process = self.sandbox.start_process(argv)
-        if not self.sandbox.wait_until_listening(self.address):
-            raise SandboxError(f"{self.name} does not listen:\n{self.process.errors()}")
-        return self
-
-    def stop(self):
-        result = self.process.stop()
-        self.process = None
-        return result
-
-    def invite(self, host, cluster=False, expires_in=None):
-        arguments = ["invite", "--data", self.data, "--host", host] + (["--cluster"] if cluster else [])
-        if expires_in is not None:
-            arguments += ["--expires-in", str(expires_in)]
-        fields = dict(line.split(": ") for line in self._run(*arguments).out.splitlines())
-        return Invitation(fields["invitation"], fields["fingerprint"])
-
-    def revoke(self, host):
-        return self._run("revoke", "--data", self.data, "--host", host)
-
-
-class ScriptedServer:
-    """A TLS server in Python at a master server's address that answers as a test tells it to.
-
-    It shows the certificate of a master server's data, and keeps every request that it was sent.
-    """
-
-    def __init__(self, sandbox, master, script, certificate_of=None):
-        self.sandbox = sandbox
-        self.master = master
-        self.certificate_of = certificate_of or master
-        self.files = f"scripted.{master.name}"
-        self.process = None
-        (sandbox.shared / f"{self.files}.script").write_text(json.dumps(script))
-        (sandbox.shared / f"{self.files}.requests").touch()
-
-    def __enter__(self):
-        argv = ["/usr/bin/python3", "-I", "/tests/scripted_server.py", "--listen", self.master.address]
-        argv += ["--script", f"/shared/{self.files}.script", "--requests", f"/shared/{self.files}.requests"]
-        argv += ["--certificate", f"{self.certificate_of.data}/server.pem"]
-        argv += ["--authority", f"{self.certificate_of.data}/authority.pem"]
-        self.process = self.sandbox.start_process(argv)
-        if not self.sandbox.wait_until_listening(self.master.address):
-            raise SandboxError(f"the scripted server does not listen:\n{self.process.errors()}")
-        return self
-
-    def __exit__(self, *_exception):
-        self.process.signal(signal.SIGKILL)
-        self.process.wait(10)
-
-    def requests(self):
-        """What arrived: dictionaries of method, path, headers, body and the client's host name."""
-        text = (self.sandbox.shared / f"{self.files}.requests").read_text()
-        return [json.loads(line) for line in text.splitlines()]
-
-    def seen(self):
-        """Method and path of each request, those for tokens left out."""
-        return [
-            (request["method"], request["path"])
-            for request in self.requests()
-            if not request["path"].endswith("/security/tokens")
-        ]
-
-
-def raw_answer(data):
-    """An answer of exactly these bytes for a scripted server."""
-    return {"raw": base64.b64encode(data).decode()}

@@ -37,6 +37,6 @@ def test_the_server_stores_the_expected_record(image):
     assert read == expected_record(image)
 
 
-def test_a_load_says_nothing_at_error_level_but_that_there_is_no_cluster(image):
+def test_a_load_of_a_good_host_says_nothing_at_error_level(image):
     assert image.command("-localinfo").status == 0
     assert image.log_texts(16) == []

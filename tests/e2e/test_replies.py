@@ -5,7 +5,7 @@ import json
 
 import pytest
 
-from sandbox import raw_answer
+from servers import raw_answer
 
 HOST = {"uuid": "1", "hostName": "a"}
 BY_NAME = ["-read", "-hostname", "a", "-display"]

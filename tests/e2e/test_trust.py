@@ -5,6 +5,8 @@ import subprocess
 
 import pytest
 
+from servers import raw_answer
+
 MASTER1 = "master1.example"
 NOT_TRUSTED = "Requested operation failed with error: 7621\n"
 REFUSED = "Requested operation failed with error: 7622\n"
@@ -127,8 +129,6 @@ def test_a_good_certificate_of_the_same_making_is_accepted(enrolled, master, scr
 
 @pytest.mark.parametrize("words", [b"HTTP/1.1 400 Bad Request\r\n\r\n", b"\0" * 4000, b"SSH-2.0-x\r\n"])
 def test_a_server_that_does_not_speak_tls_is_not_trusted(enrolled, scripted, words):
-    from sandbox import raw_answer
-
     scripted({"connection": raw_answer(words)})
     result = enrolled.command("-read")
     assert (result.status, result.err) == (252, NOT_TRUSTED)
