@@ -167,9 +167,13 @@ void performGuarded(OperationRun& run)
 /// A result that did not get out would otherwise be lost without a word.
 void flushStandardOutput()
 {
+    errno = 0;
     std::cout.flush();
+    const int cause = errno; // 0 when an earlier write has failed already
     if (!std::cout)
-        LogLine(LogLevel::warning, progname) << "Unable to write to standard output\n";
+        LogLine(LogLevel::warning, progname)
+            << "Unable to write to standard output" << (cause != 0 ? ": " : "")
+            << (cause != 0 ? std::strerror(cause) : "") << '\n';
 }
 
 } // namespace

@@ -18,6 +18,7 @@
 #include <netdb.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 
 namespace fakes {
 namespace {
@@ -98,6 +99,8 @@ using fakes::platform;
 int open_debug_log(const char* directory, const char* subdirectory, const char* program, int mode, int* flag)
 {
     note("open_debug_log", directory, subdirectory, program, mode, *flag);
+    platform().maskAtDebugLogOpen = umask(0);
+    umask(platform().maskAtDebugLogOpen);
     return platform().debugLogDescriptor;
 }
 
@@ -145,6 +148,7 @@ void LOGMSG_STR_STREAM(int level, const std::ostringstream& stream, const char* 
 int ReadHostConfigExA(int mode, TQHostConfig* config, int reserved1, int reserved2, int reserved3)
 {
     note("ReadHostConfigExA", mode, reserved1, reserved2, reserved3);
+    platform().hostConfigWasZeroed = !config->servers;
     if (platform().hostConfigStatus != 0)
         return platform().hostConfigStatus;
     TQServerEntry** end = &config->servers;
@@ -316,6 +320,8 @@ TQLockFile::TQLockFile(const std::string& path, int tries, int waitMs)
 
 TQLockFile::~TQLockFile()
 {
+    if (fd != -1 && platform().onUnlock)
+        platform().onUnlock();
     note("unlock", fd == -1 ? "(not held)" : "(held)");
 }
 

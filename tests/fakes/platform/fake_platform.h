@@ -11,6 +11,7 @@
 #include <ostream>
 #include <set>
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 namespace fakes {
@@ -63,11 +64,13 @@ struct Platform {
 
     // debuglog.h
     int debugLogDescriptor = 3;
+    mode_t maskAtDebugLogOpen = 0; ///< the process's file-creation mask at the last open_debug_log
 
     // config.h
     int masterConfigStatus = 0;
     TQMasterConfig masterConfig;
     int hostConfigStatus = 0;
+    bool hostConfigWasZeroed = false; ///< the structure, when ReadHostConfigExA was last given one
     std::vector<std::string> configuredServers;
     int installDirStatus = 0;
     std::string installDir = "/usr/torqv/";
@@ -95,6 +98,7 @@ struct Platform {
 
     // lockfile.h: paths that cannot be locked
     std::set<std::string> busyLocks;
+    std::function<void()> onUnlock; ///< called while a lock is still held, before it is released
 
     // httpclient.h: answers are taken from the front; an empty queue answers 200 with an empty body
     std::deque<HttpReply> replies;

@@ -5,9 +5,11 @@
 #include "platform/status.h"
 #include "tests/unit/cmd/command_run.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <iostream>
 #include <sys/stat.h>
 
 namespace {
@@ -80,6 +82,33 @@ TEST_F(Driver, TheFileCreationMaskIs022)
     EXPECT_EQ(result.status, 022);
 }
 
+TEST_F(Driver, TheFileCreationMaskIsSetBeforeTheDebugLogIsOpened)
+{
+    makeLogDirectory();
+    const ChildRun result = fakes::runInChild([] {
+        umask(0);
+        char program[] = "tqhostdbcmd";
+        char* argv[] = {program, nullptr};
+        TQCLNTDB::runHostDatabaseCommand(1, argv);
+        return static_cast<int>(platform().maskAtDebugLogOpen);
+    });
+    EXPECT_EQ(result.count("open_debug_log"), 1U);
+    EXPECT_EQ(result.status, 022);
+}
+
+TEST_F(Driver, TheDescriptorOfTheDebugLogIsKept)
+{
+    makeLogDirectory();
+    platform().debugLogDescriptor = 37;
+    const ChildRun result = fakes::runInChild([] {
+        char program[] = "tqhostdbcmd";
+        char* argv[] = {program, nullptr};
+        TQCLNTDB::runHostDatabaseCommand(1, argv);
+        return TQCLNTDB::debugFD;
+    });
+    EXPECT_EQ(result.status, 37);
+}
+
 TEST_F(Driver, TheProcessValuesAreSet)
 {
     const ChildRun result = fakes::runInChild([] {
@@ -131,12 +160,21 @@ TEST_F(Driver, ACallerWhoIsNoAdministratorGoesOnWithoutALog)
 TEST_F(Driver, OutdatedCacheFilesAreRemovedWhateverTheOperation)
 {
     const std::vector<std::vector<std::string>> lines = {
-        {}, {"-display"}, {"-update"}, {"-localinfo"}, {"-read"}};
+        {},        {"-display"}, {"-update"},       {"-localinfo"},
+        {"-read"}, {"-delete"},  {"-readallhosts"}, {"-reloadconfig"}};
     for (const std::vector<std::string>& line : lines) {
         test_host::write("/usr/torqv/torquenix/bin/hostdb.cache.m1", "old");
         run(line);
-        EXPECT_FALSE(fs::exists("/usr/torqv/torquenix/bin/hostdb.cache.m1"));
+        EXPECT_FALSE(fs::exists("/usr/torqv/torquenix/bin/hostdb.cache.m1")) << testing::PrintToString(line);
     }
+}
+
+TEST_F(Driver, OutdatedCacheFilesAreRemovedBeforeTheMasterServerIsResolved)
+{
+    platform().masterConfig.serverNames.reset();
+    test_host::write("/usr/torqv/torquenix/bin/hostdb.cache.m1", "old");
+    EXPECT_EQ(run({"-read"}).status, 111);
+    EXPECT_FALSE(fs::exists("/usr/torqv/torquenix/bin/hostdb.cache.m1"));
 }
 
 TEST_F(Driver, OutdatedCacheFilesStayWhenTheCommandLineIsWrong)
@@ -347,11 +385,26 @@ TEST_F(Driver, AReloadWithBothFlagsOrNoneSaysHowItIsUsedAndEndsWith0)
     }
 }
 
-TEST_F(Driver, AResultThatCannotBePrintedIsLogged)
+TEST_F(Driver, AResultThatCannotBePrintedIsLoggedWithItsCause)
 {
     const ChildRun result = fakes::runInChild([] {
         if (!std::freopen("/dev/full", "w", stdout))
             return 1;
+        std::string program = "tqhostdbcmd";
+        std::string option = "-localinfo";
+        char* argv[] = {program.data(), option.data(), nullptr};
+        return TQCLNTDB::runHostDatabaseCommand(2, argv);
+    });
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.log.back(),
+              (LogEntry{8, "Unable to write to standard output: No space left on device\n", NAME}));
+}
+
+TEST_F(Driver, AResultThatWasLostEarlierIsLoggedWithoutACause)
+{
+    const ChildRun result = fakes::runInChild([] {
+        std::cout.setstate(std::ios::badbit);
+        errno = EACCES; // of something else
         std::string program = "tqhostdbcmd";
         std::string option = "-localinfo";
         char* argv[] = {program.data(), option.data(), nullptr};
