@@ -16,9 +16,6 @@ constexpr const char* QUOTES_AND_BLANKS = "\" ";
 /// Length of a dot and a build number of four digits.
 constexpr std::size_t BUILD_NUMBER_LENGTH = 5;
 
-/// Largest release file that is read; a larger one counts as one that cannot be opened.
-constexpr std::size_t RELEASE_FILE_MAX_BYTES = std::size_t{16} << 20;
-
 /// Text of a line from one character after a key; nothing for a line without it.
 std::optional<std::string> textAfter(const std::string& key, const std::string& line)
 {
@@ -28,10 +25,10 @@ std::optional<std::string> textAfter(const std::string& key, const std::string& 
     return line.substr(found + key.size() + 1);
 }
 
-/// A release file line by line. Not open when the file is no regular one or cannot be read.
+/// A release file line by line. Not open when the file cannot be opened or is no regular one.
 std::optional<std::istringstream> openLines(const std::string& path)
 {
-    std::optional<std::string> text = tq::readFile(path, RELEASE_FILE_MAX_BYTES, nullptr);
+    std::optional<std::string> text = tq::readFileStart(path);
     if (!text)
         return std::nullopt;
     return std::istringstream(std::move(*text));

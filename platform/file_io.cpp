@@ -65,6 +65,40 @@ FileDescriptor openRegular(const std::string& path, int flags, mode_t mode)
     return file;
 }
 
+/// Opens a file that the system only reads; a link to a regular file is one.
+FileDescriptor openForReading(const std::string& path, struct stat& status)
+{
+    FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    if (!file)
+        return file;
+    int cause = fstat(file.get(), &status) == 0 ? 0 : errno;
+    if (cause == 0 && !S_ISREG(status.st_mode))
+        cause = EINVAL;
+    if (cause != 0) {
+        file.reset();
+        errno = cause;
+    }
+    return file;
+}
+
+/// Reads until the file's end or until `text` has `size` bytes. False with errno set when a read fails;
+/// `text` then has what was read before.
+bool readUpTo(int descriptor, std::size_t size, std::string& text)
+{
+    while (text.size() < size) {
+        const std::size_t length = text.size();
+        const std::size_t block = std::min(READ_BLOCK, size - length);
+        text.resize(length + block);
+        const ssize_t got = read(descriptor, text.data() + length, block);
+        text.resize(length + static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
+        if (got == 0)
+            return true;
+        if (got < 0 && errno != EINTR)
+            return false;
+    }
+    return true;
+}
+
 /// Writes a new file completely and syncs it. False with errno set.
 bool writeNewFile(const std::string& path, std::string_view text, mode_t mode)
 {
@@ -111,14 +145,10 @@ std::optional<std::string> readFile(const std::string& path, std::size_t maxByte
 {
     if (readFailed)
         *readFailed = false;
-    const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     struct stat status {};
-    if (!file || fstat(file.get(), &status) != 0)
+    const FileDescriptor file = openForReading(path, status);
+    if (!file)
         return std::nullopt;
-    if (!S_ISREG(status.st_mode)) {
-        errno = EINVAL;
-        return std::nullopt;
-    }
     if (status.st_size > 0 && static_cast<std::size_t>(status.st_size) > maxBytes) {
         errno = EFBIG;
         return std::nullopt;
@@ -129,22 +159,28 @@ std::optional<std::string> readFile(const std::string& path, std::size_t maxByte
     return text;
 }
 
+std::optional<std::string> readFileStart(const std::string& path)
+{
+    struct stat status {};
+    const FileDescriptor file = openForReading(path, status);
+    if (!file)
+        return std::nullopt;
+    std::string text;
+    // A read that fails only ends the text: the lines before it hold.
+    static_cast<void>(readUpTo(file.get(), FILE_START_BYTES, text));
+    return text;
+}
+
 std::optional<std::string> readRest(int descriptor, std::size_t maxBytes)
 {
     std::string text;
-    while (text.size() <= maxBytes) {
-        const std::size_t length = text.size();
-        const std::size_t block = std::min(READ_BLOCK, maxBytes - length + 1);
-        text.resize(length + block);
-        const ssize_t got = read(descriptor, text.data() + length, block);
-        text.resize(length + static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
-        if (got == 0)
-            return text;
-        if (got < 0 && errno != EINTR)
-            return std::nullopt;
+    if (!readUpTo(descriptor, maxBytes + 1, text))
+        return std::nullopt;
+    if (text.size() > maxBytes) {
+        errno = EFBIG;
+        return std::nullopt;
     }
-    errno = EFBIG;
-    return std::nullopt;
+    return text;
 }
 
 std::string fileFault(int error)

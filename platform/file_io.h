@@ -43,6 +43,14 @@ FileDescriptor openOwnFile(const std::string& path, int flags, mode_t mode, cons
 /// file that was opened but could not be read.
 std::optional<std::string> readFile(const std::string& path, std::size_t maxBytes, bool* readFailed);
 
+/// Most that readFileStart reads of a file.
+inline constexpr std::size_t FILE_START_BYTES = std::size_t{16} << 20;
+
+/// Text of a file that describes the host, as far as it can be had: links are followed, but it must lead to a
+/// regular file. Of a larger file the first FILE_START_BYTES, and after a read error what was read before it.
+/// Absent with errno set when it cannot be opened.
+std::optional<std::string> readFileStart(const std::string& path);
+
 /// The rest of an open file. Absent with errno set when it cannot be read or is larger than `maxBytes`
 /// (EFBIG).
 std::optional<std::string> readRest(int descriptor, std::size_t maxBytes);

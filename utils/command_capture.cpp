@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <sys/wait.h>
 #include <thread>
 
@@ -18,6 +19,14 @@ constexpr const char* CONTEXT = "tqclntdb_utils::run_command_and_capture_output"
 
 /// Bytes taken from the pipe at a time, with room for a terminator.
 constexpr std::size_t CHUNK_SIZE = 128;
+
+struct ClosePipe {
+    void operator()(FILE* pipe) const { pclose(pipe); }
+};
+
+/// The reading end of a command's pipe. Closing it waits for the command, so it has to happen under the
+/// guard.
+using CommandPipe = std::unique_ptr<FILE, ClosePipe>;
 
 /// Appends what a pipe delivers until its end. False when reading stopped before that: a read error, more
 /// output than the limit, or a command that was ended at the time limit.
@@ -32,24 +41,30 @@ bool readToEnd(FILE* pipe, std::string& output, tq::ExternalCommandGuard& guard)
     return std::feof(pipe) != 0 && !guard.cutShort();
 }
 
+int outputLost(int* status)
+{
+    LogLine(LogLevel::error, CONTEXT) << "Unable to successfully finish command execution.";
+    *status = -1;
+    return EC_command_output_lost;
+}
+
 /// One run of the command: 0, 7247 or 7250.
 int runOnce(const char* command, std::string& output, int* status)
 {
     tq::ExternalCommandGuard guard(command, tq::ExternalCommandGuard::Output::pipe, CONTEXT);
     // Close-on-exec: a command that runs at the same time must not hold this pipe open.
-    FILE* pipe = popen(command, "re");
+    CommandPipe pipe(popen(command, "re"));
     if (!pipe) {
         *status = -1;
         return EC_command_not_started;
     }
-    if (!readToEnd(pipe, output, guard)) {
-        LogLine(LogLevel::error, CONTEXT) << "Unable to successfully finish command execution.";
-        *status = -1;
-        pclose(pipe);
-        return EC_command_output_lost;
-    }
+    if (!readToEnd(pipe.get(), output, guard))
+        return outputLost(status);
     LogLine(LogLevel::progress, CONTEXT) << "Command execution finished.";
-    if (const int waitStatus = pclose(pipe); waitStatus != -1)
+    const int waitStatus = pclose(pipe.release());
+    if (guard.cutShort()) // it closed its output and then hung
+        return outputLost(status);
+    if (waitStatus != -1)
         *status = WEXITSTATUS(waitStatus);
     return EC_success;
 }

@@ -17,7 +17,8 @@ inline constexpr std::size_t MAX_COMMAND_LENGTH = 8092;
 /// While the exit code is not 0, runs up to `retries` times more, after waits of waitMs, 2 x waitMs, ... ms.
 /// Returns 0 when the command ran, whatever its exit code, and for a negative `retries` (then nothing runs);
 /// 20 without command or status; 7281 for a text over MAX_COMMAND_LENGTH; 7247 when it could not be started;
-/// 7250 when reading stopped before the end of its output (which is also how a limit shows).
+/// 7250 when reading stopped before the end of its output, or a limit ended the command (also after it had
+/// closed its output); `output` then holds what was read.
 int run_command_and_capture_output(const char* command, std::string& output, int* status, int retries,
                                    int waitMs);
 
@@ -36,9 +37,9 @@ bool isHostTQUnixClient();
 /// Returns 0, or 7500 when there is no version at all.
 int getTQInstalledVersionStr(std::string& out);
 
-/// Version of a version file, normalised as above, from its first line that begins with "VERSION". Returns 0;
-/// 7501 the file cannot be opened (absent, a folder, a device, over 16 MiB); 13 it holds no usable version
-/// line.
+/// Version of a version file, normalised as above, from its first line that begins with "VERSION" within its
+/// first 16 MiB; a read error ends the file. Returns 0; 7501 the file cannot be opened (absent, a folder, a
+/// device); 13 it holds no usable version line.
 int readTorquenixVersionFile(const std::string& path, std::string& out);
 
 /// The same for /usr/torqv/torquenix/bin/version, whose first line has a form of its own

@@ -16,15 +16,12 @@ namespace {
 
 const std::string VERSION_KEY = "VERSION";
 
-/// Logs the opening of a version file and gives its text; absent when it cannot be opened. A file that opens
-/// and then cannot be read holds no line.
+/// Logs the opening of a version file and gives its text, as far as it can be read; absent when it cannot be
+/// opened.
 std::optional<std::string> openVersionFile(const std::string& path, const char* context)
 {
     LogLine(LogLevel::notice, context) << "Reading Torquenix version file: [" << path << "].";
-    bool readFailed = false;
-    std::optional<std::string> text = tq::readFile(path, tq::OWN_FILE_MAX_BYTES, &readFailed);
-    if (!text && readFailed)
-        text.emplace();
+    std::optional<std::string> text = tq::readFileStart(path);
     if (!text)
         LogLine(LogLevel::error, context) << "Unable to open version file: [" << path << "].";
     return text;

@@ -2,6 +2,7 @@
 
 #include "hostinfo/tqclntdb_hostinfo.h"
 #include "tests/fakes/platform/fake_platform.h"
+#include "tests/unit/failing_read.h"
 #include "tests/unit/hostinfo/text_file.h"
 
 #include <filesystem>
@@ -326,10 +327,6 @@ TEST_F(ReleaseFile, WhatIsNoRegularFileCannotBeOpenedAndDoesNotWait)
         [] { ASSERT_EQ(mkfifo(PATH, 0600), 0); },
         [] { std::filesystem::create_symlink("/tmp/absent", PATH); },
         [] { std::filesystem::create_symlink("/dev/zero", PATH); },
-        [] { // beyond 16 MiB
-            fakes::writeFile(PATH, "VERSION_ID=9\n");
-            std::filesystem::resize_file(PATH, (std::size_t{16} << 20) + 1);
-        },
     };
     for (const auto& make : makers) {
         std::filesystem::remove(PATH);
@@ -344,6 +341,30 @@ TEST_F(ReleaseFile, WhatIsNoRegularFileCannotBeOpenedAndDoesNotWait)
                         LogEntry{ERROR, "Unable to open version file: /tmp/release", STRING_CONTEXT}));
         platform().log.clear();
     }
+}
+
+TEST_F(ReleaseFile, OfAFileBeyond16MebibytesTheBeginningIsRead)
+{
+    fakes::writeFile(PATH, "VERSION_ID=9\nx release 8\nPRETTY_NAME=x\n" +
+                               std::string(std::size_t{16} << 20, '#') + "\nVERSION_ID=10\nx release 11\n");
+    EXPECT_EQ(record.getOSName(PATH), "x");
+    EXPECT_EQ(record.getOSReleaseVersionFromId(PATH), "9");
+    EXPECT_EQ(record.getOSReleaseVersionFromString(PATH), "8");
+    EXPECT_THAT(platform().texts(ID_CONTEXT, ERROR), IsEmpty());
+}
+
+TEST_F(ReleaseFile, ReadErrorKeepsTheLinesBeforeIt)
+{
+    fakes::writeFile(PATH,
+                     "VERSION_ID=9\nx release 8\nPRETTY_NAME=x\n" + TEN_MEGABYTES + "\nVERSION_ID=10\n");
+    const auto afterOneRead = [](auto operation) {
+        const ReadsFailAfter failing(1);
+        return operation();
+    };
+    EXPECT_EQ(afterOneRead([&] { return record.getOSName(PATH); }), "x");
+    EXPECT_EQ(afterOneRead([&] { return record.getOSReleaseVersionFromId(PATH); }), "9");
+    EXPECT_EQ(afterOneRead([&] { return record.getOSReleaseVersionFromString(PATH); }), "8");
+    EXPECT_THAT(platform().texts(ID_CONTEXT, ERROR), IsEmpty());
 }
 
 TEST_F(ReleaseFile, LinkToAFileIsFollowed)

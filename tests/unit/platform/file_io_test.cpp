@@ -38,6 +38,7 @@ protected:
 
 using OpenOwnFile = FileIo;
 using ReadFile = FileIo;
+using ReadFileStart = FileIo;
 using ReplaceFile = FileIo;
 using DescriptorOwner = FileIo;
 
@@ -133,6 +134,36 @@ TEST_F(OpenOwnFile, NullContextLeavesTheEntryToTheCaller)
 TEST_F(OpenOwnFile, RefusesADevice)
 {
     EXPECT_FALSE(tq::openOwnFile("/dev/null", O_WRONLY | O_CREAT, 0600, CONTEXT));
+    EXPECT_EQ(errno, EINVAL);
+}
+
+TEST_F(ReadFileStart, GivesASmallFileWholeAndTheBeginningOfALargerOne)
+{
+    writeText(path, std::string("start\0\n", 7));
+    std::filesystem::create_symlink(path, directory + "/link");
+    EXPECT_EQ(tq::readFileStart(directory + "/link"), std::string("start\0\n", 7));
+    std::filesystem::resize_file(path, tq::FILE_START_BYTES + 1);
+    const std::optional<std::string> text = tq::readFileStart(path);
+    ASSERT_TRUE(text);
+    EXPECT_EQ(text->size(), tq::FILE_START_BYTES);
+    EXPECT_EQ(text->substr(0, 5), "start");
+}
+
+TEST_F(ReadFileStart, ReadErrorOnlyEndsTheText)
+{
+    EXPECT_EQ(tq::readFileStart("/proc/self/mem"), "") << "it opens and refuses a read at its beginning";
+}
+
+TEST_F(ReadFileStart, WhatIsAbsentOrNoRegularFileIsNotOpened)
+{
+    EXPECT_EQ(tq::readFileStart(path), std::nullopt);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(tq::readFileStart(directory), std::nullopt);
+    EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(tq::readFileStart("/dev/zero"), std::nullopt);
+    EXPECT_EQ(errno, EINVAL);
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    EXPECT_EQ(tq::readFileStart(path), std::nullopt);
     EXPECT_EQ(errno, EINVAL);
 }
 

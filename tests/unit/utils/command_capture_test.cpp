@@ -1,12 +1,18 @@
 #include "utils/tqclntdb_utils.h"
 
+#include "platform/file_io.h"
 #include "tests/fakes/platform/fake_platform.h"
 
+#include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <gmock/gmock.h>
+#include <new>
 #include <sys/resource.h>
+#include <sys/wait.h>
 #include <time.h>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -14,15 +20,32 @@ namespace {
 /// Waits that were asked for, in order; none is waited out.
 std::vector<long> sleepsMs;
 
+/// Lengths that reads of a stream gave, in order.
+std::vector<std::size_t> chunks;
+
+/// Lets the next read of a stream run out of memory.
+bool freadThrows = false;
+
 } // namespace
 
-// The linker's name for a call that is wrapped.
-// NOLINTNEXTLINE(bugprone-reserved-identifier)
+// The linker's names for calls that are wrapped and for what stands behind them.
+// NOLINTBEGIN(bugprone-reserved-identifier)
 extern "C" int __wrap_nanosleep(const timespec* wait, timespec* /*left*/)
 {
     sleepsMs.push_back(wait->tv_sec * 1000 + wait->tv_nsec / 1'000'000);
     return 0;
 }
+
+extern "C" std::size_t __real_fread(void* buffer, std::size_t size, std::size_t count, FILE* stream);
+
+extern "C" std::size_t __wrap_fread(void* buffer, std::size_t size, std::size_t count, FILE* stream)
+{
+    if (std::exchange(freadThrows, false))
+        throw std::bad_alloc();
+    chunks.push_back(__real_fread(buffer, size, count, stream) * size);
+    return chunks.back() / size;
+}
+// NOLINTEND(bugprone-reserved-identifier)
 
 namespace {
 
@@ -40,6 +63,7 @@ protected:
     {
         fakes::reset();
         sleepsMs.clear();
+        chunks.clear();
     }
 
     int run(const std::string& command, int retries = 0, int waitMs = 0)
@@ -115,6 +139,17 @@ TEST_F(RunCommandAndCaptureOutput, ThreeHundredCharactersWithoutALineEndAreCaptu
 {
     EXPECT_EQ(run("head -c 300 /dev/zero | tr '\\0' z"), 0);
     EXPECT_EQ(output, std::string(300, 'z'));
+    EXPECT_THAT(chunks, ElementsAre(127, 127, 46, 0)) << "three reads and the end";
+}
+
+TEST_F(RunCommandAndCaptureOutput, ExceptionLeavesNeitherItsPipeNorItsCommand)
+{
+    const std::size_t openBefore = tq::listDirectory("/proc/self/fd").size();
+    freadThrows = true;
+    EXPECT_THROW(run("sleep 0.3; printf x"), std::bad_alloc);
+    EXPECT_EQ(tq::listDirectory("/proc/self/fd").size(), openBefore);
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
+    EXPECT_EQ(errno, ECHILD);
 }
 
 TEST_F(RunCommandAndCaptureOutput, NulsInTheOutputAreKept)

@@ -2,6 +2,7 @@
 
 #include "tests/fakes/platform/fake_platform.h"
 #include "tests/fakes/seams/fake_seams.h"
+#include "tests/unit/failing_read.h"
 #include "tests/unit/long_line.h"
 
 #include <filesystem>
@@ -19,6 +20,8 @@ using testing::IsEmpty;
 
 constexpr const char* BIN_FILE = "/usr/torqv/torquenix/bin/version";
 constexpr const char* SERVER_FILE = "/usr/torqv/torquenix/version";
+
+constexpr std::size_t BEYOND_THE_BOUND = (std::size_t{16} << 20) + 1;
 
 void writeFile(const char* path, const std::string& text)
 {
@@ -162,6 +165,20 @@ TEST_F(ReadUnixTorquenixBinVersionFile, TenMegabytesOnOneLineAreOneLine)
     EXPECT_EQ(out, "Torquenix_9.1");
 }
 
+TEST_F(ReadUnixTorquenixBinVersionFile, OfAFileBeyond16MebibytesTheBeginningIsRead)
+{
+    EXPECT_EQ(read("Torquenix-x 9.1\n" + std::string(BEYOND_THE_BOUND, '#')), 0);
+    EXPECT_EQ(out, "Torquenix_9.1");
+}
+
+TEST_F(ReadUnixTorquenixBinVersionFile, ReadErrorKeepsTheLineBeforeIt)
+{
+    writeFile(BIN_FILE, "Torquenix-x 9.1\n" + longLine('#'));
+    const ReadsFailAfter failing(1);
+    EXPECT_EQ(read(), 0);
+    EXPECT_EQ(out, "Torquenix_9.1");
+}
+
 class ReadTorquenixVersionFile : public VersionTest {
 protected:
     static constexpr const char* CONTEXT = "tqclntdb_utils::readTorquenixVersionFile";
@@ -246,6 +263,22 @@ TEST_F(ReadTorquenixVersionFile, FileThatOpensButCannotBeReadHoldsNoLine)
     EXPECT_EQ(platform().log.back(),
               (LogEntry{16, "Torquenix version not found in version file: [/usr/torqv/torquenix/version].",
                         CONTEXT}));
+}
+
+TEST_F(ReadTorquenixVersionFile, OfAFileBeyond16MebibytesTheBeginningIsRead)
+{
+    const std::string filling(BEYOND_THE_BOUND, '#');
+    EXPECT_EQ(read("VERSION Torquenix 9.1\n" + filling), 0);
+    EXPECT_EQ(out, "Torquenix_9.1");
+    EXPECT_EQ(read(filling + "\nVERSION Torquenix 9.1\n"), 13) << "beyond it nothing is looked for";
+}
+
+TEST_F(ReadTorquenixVersionFile, ReadErrorKeepsTheLinesBeforeIt)
+{
+    writeFile(SERVER_FILE, "VERSION Torquenix 9.1\n" + longLine('#'));
+    const ReadsFailAfter failing(1);
+    EXPECT_EQ(tqclntdb_utils::readTorquenixVersionFile(SERVER_FILE, out), 0);
+    EXPECT_EQ(out, "Torquenix_9.1");
 }
 
 TEST_F(ReadTorquenixVersionFile, FileWithoutAVersionLineIs13)
