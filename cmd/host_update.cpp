@@ -237,8 +237,8 @@ int fetchMastersAndUpdateHostDB(cert_type certType, bool force, int& successCoun
     if (servers.count < 1) {
         LogLine(LogLevel::error, CONTEXT) << "getServersFromMapInfo with certType " << certType
                                           << " returned erroneous server count: " << servers.count << '\n';
-        throw EC_invalid_argument; // deliberately no int: the command reports an unknown error and ends with
-                                   // 0
+        // Deliberately no int: the command reports an unknown error and ends with 0.
+        throw EC_invalid_argument;
     }
     return updateHostDBForAllMasters(certType, servers.names, force, servers.count, successCount);
 }

@@ -57,8 +57,8 @@ void reloadConfiguration(const std::string& masterServer, bool security, bool ho
     CTQHostDBServiceHandler handler(masterServer, identityOfThisNode());
     if (security == host) {
         std::cerr << "Use '-reloadconfig' options with either the '-security' or the '-host' option.\n";
-        throw EC_invalid_argument; // deliberately no int: the command reports an unknown error and ends with
-                                   // 0
+        // Deliberately no int: the command reports an unknown error and ends with 0.
+        throw EC_invalid_argument;
     }
     if (host)
         throwOnFailure(handler.reloadConfigHost(HOSTS_RESOURCE),

@@ -313,6 +313,18 @@ TEST_F(AllServers, EachServersLockIsReleasedBeforeTheNextServer)
                                    "unlock (held)"));
 }
 
+TEST_F(AllServers, TheStatusFileIsWrittenAndRemovedUnderTheServersLock)
+{
+    std::vector<std::string> atUnlock;
+    platform().onUnlock = [&] { atUnlock.push_back(test_host::contentOf(STATUS_M1)); };
+    failAttempts(5, 25);
+    update({"m1"});
+    EXPECT_THAT(atUnlock, ElementsAre("", "", "", "", "", "25\n")) << "five of the cache, one of the server";
+    atUnlock.clear();
+    update({"m1"});
+    EXPECT_THAT(atUnlock, ElementsAre("25\n", ""));
+}
+
 TEST_F(AllServers, ABusyServerIsPassedOverWithoutAResult)
 {
     platform().busyLocks = {LOCK_M1};
@@ -577,6 +589,19 @@ TEST_F(WholeUpdate, OnAnActiveClusterNodeBothPassesRun)
     EXPECT_THAT(logOf(CONTEXT), ElementsAre(LogEntry{2, ON_ACTIVE_NODE, CONTEXT}));
 }
 
+TEST_F(WholeUpdate, TheClusterIsAskedForAfterTheHostPass)
+{
+    command_run::beActiveClusterNode();
+    updateHostInDB(true, false);
+    std::vector<std::string> order;
+    for (const std::string& call : platform().calls) {
+        if (call.starts_with("PUT ") || call.starts_with("Is") || call.starts_with("getServersFromMapInfo"))
+            order.push_back(call.substr(0, call.find(' ')));
+    }
+    EXPECT_THAT(order, ElementsAre("getServersFromMapInfo", "PUT", "PUT", "IsNodeClustered", "IsClustered",
+                                   "IsActive", "getServersFromMapInfo", "PUT"));
+}
+
 TEST_F(WholeUpdate, AClusterPassWithoutAnUpdatedServerFailsTheUpdateWithItsResult)
 {
     command_run::beActiveClusterNode();
@@ -630,6 +655,7 @@ TEST_F(WholeUpdate, AFailedLookUpEndsTheUpdate)
     platform().mapInfoStatus = 7611;
     EXPECT_EQ(thrownStatus([] { updateHostInDB(false, false); }), 7611);
     EXPECT_EQ(platform().count("getServersFromMapInfo"), 1U) << "there is no cluster pass";
+    EXPECT_EQ(platform().count("IsNodeClustered"), 0U);
     EXPECT_THAT(logOf(CONTEXT), IsEmpty());
 }
 

@@ -272,6 +272,16 @@ TEST_F(HostOperations, LocalInformationIsPrintedAndLogged)
     EXPECT_THAT(platform().clients, IsEmpty());
 }
 
+TEST_F(HostOperations, LocalInformationIsTheHostsOwnOnAnActiveClusterNodeToo)
+{
+    command_run::beActiveClusterNode();
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(TQCLNTDB::getLocalHostInfo("m1"), 0);
+    testing::internal::GetCapturedStdout();
+    EXPECT_EQ(platform().count("getHostID 1 m1"), 1U);
+    EXPECT_EQ(platform().count("getHostID"), 1U);
+}
+
 TEST_F(HostOperations, LocalInformationThatCannotBeLoadedIsLoggedAndReturned)
 {
     platform().hostId.status = 7612;
