@@ -157,8 +157,10 @@ bool JSONConverter::GetObjectValue(std::vector<std::string>& out, const char* ke
         return false;
     }
     for (std::size_t i = 0; i < json_array_size(array); ++i) {
-        // An element that is no string has a null text, which std::string refuses with std::logic_error.
-        out.emplace_back(json_string_value(json_array_get(array, i)));
+        const char* text = json_string_value(json_array_get(array, i));
+        if (!text)
+            throw std::logic_error("JSON array holds an element that is not a string");
+        out.emplace_back(text);
     }
     return true;
 }

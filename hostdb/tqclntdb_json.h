@@ -20,8 +20,9 @@ public:
 /// takes a key and a zero-based record number. A single object is wrapped in "[" and "]" by the caller, who
 /// then finds it as record 0.
 ///
-/// Getters and LoadJSON never throw for bad data: they write one entry and return false. All but
-/// GetBooleanValue, which sets its output to false first, leave the output as it was on failure.
+/// Getters and LoadJSON write one entry and return false for bad data. All but GetBooleanValue, which sets
+/// its output to false first, leave the output as it was then. None of them throws, but for GetObjectValue at
+/// an array element that is not a string.
 class JSONConverter {
 public:
     /// Starts as an empty object.
@@ -60,7 +61,8 @@ public:
     /// true or false.
     bool GetBooleanValue(bool& out, const char* key, std::size_t rec);
 
-    /// An array of strings, appended to `out`. Throws std::logic_error when an element is not a string.
+    /// An array of strings, appended to `out`. Throws std::logic_error, without an entry, at an element that
+    /// is not a string; the elements before it are then appended.
     bool GetObjectValue(std::vector<std::string>& out, const char* key, std::size_t rec);
 
     /// Descends: the array under the key becomes the held value, as a borrowed reference. The document around

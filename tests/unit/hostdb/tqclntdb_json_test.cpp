@@ -290,7 +290,7 @@ TEST_F(Loading, ValueHeldBeforeIsDeliberatelyNotReleased)
 /// One getter as the common rules see it.
 struct Getter {
     std::string name;
-    std::string step4;
+    std::string refusal; ///< what an entry about a missing or mistyped value begins with
     std::function<bool(JSONConverter&, const char*, std::size_t)> get;
 };
 
@@ -354,13 +354,20 @@ TEST_F(Reading, RecordThatIsMissingOrNoObjectIsLogged)
 
 TEST_F(Reading, ValueThatIsNoArrayHasNoRecords)
 {
-    for (const Getter& getter : getters()) {
-        SCOPED_TRACE(getter.name);
-        platform().log.clear();
-        EXPECT_FALSE(getter.get(converter, "key", 0));
-        EXPECT_THAT(platform().log,
-                    ElementsAre(LogEntry{ERROR, "Invalid JSON data object for key and rec num:key,0\n",
-                                         "JSONConverter::" + getter.name}));
+    JSONConverter bareObject;
+    ASSERT_FALSE(bareObject.LoadJSON(R"({"key":"value"})"));
+    JSONConverter noValue;
+    ASSERT_FALSE(noValue.LoadJSON("{"));
+    for (JSONConverter* held : {&converter, &bareObject, &noValue}) {
+        EXPECT_EQ(held->GetNumberOfRecords(), 0U);
+        for (const Getter& getter : getters()) {
+            SCOPED_TRACE(getter.name);
+            platform().log.clear();
+            EXPECT_FALSE(getter.get(*held, "key", 0));
+            EXPECT_THAT(platform().log,
+                        ElementsAre(LogEntry{ERROR, "Invalid JSON data object for key and rec num:key,0\n",
+                                             "JSONConverter::" + getter.name}));
+        }
     }
 }
 
@@ -380,7 +387,7 @@ TEST_F(Reading, MissingOrMistypedValueIsLogged)
             SCOPED_TRACE(getter.name + " " + key);
             platform().log.clear();
             EXPECT_FALSE(getter.get(converter, key.c_str(), 0));
-            EXPECT_THAT(platform().log, ElementsAre(LogEntry{ERROR, getter.step4 + key + ",0\n",
+            EXPECT_THAT(platform().log, ElementsAre(LogEntry{ERROR, getter.refusal + key + ",0\n",
                                                              "JSONConverter::" + getter.name}));
         }
     }
@@ -395,7 +402,7 @@ TEST_F(Reading, NullKeyEndsTheEntryAfterItsPrefix)
         EXPECT_FALSE(getter.get(converter, nullptr, 0));
         EXPECT_FALSE(getter.get(converter, nullptr, 1));
         EXPECT_THAT(platform().log,
-                    ElementsAre(LogEntry{ERROR, getter.step4, "JSONConverter::" + getter.name},
+                    ElementsAre(LogEntry{ERROR, getter.refusal, "JSONConverter::" + getter.name},
                                 LogEntry{ERROR, "Invalid JSON data object for key and rec num:",
                                          "JSONConverter::" + getter.name}));
     }
@@ -433,6 +440,9 @@ TEST_F(Reading, OptionalStringOfAMissingRecordIsAFailure)
     std::string out = "before";
     EXPECT_FALSE(converter.GetStringValue(out, "key", 0, false));
     EXPECT_EQ(out, "before");
+    EXPECT_THAT(platform().log,
+                ElementsAre(LogEntry{ERROR, "Invalid JSON data object for key and rec num:key,0\n",
+                                     "JSONConverter::GetStringValue"}));
 }
 
 TEST_F(Reading, IntegerIsCutToItsLow32Bits)
@@ -476,11 +486,21 @@ TEST_F(Reading, ArrayIsAppendedEachTime)
     EXPECT_THAT(out, ElementsAre("b", "a", "", "b", "a", ""));
 }
 
-TEST_F(Reading, ArrayElementThatIsNoStringThrows)
+TEST_F(Reading, ArrayElementThatIsNoStringThrowsAfterTheOnesBeforeItAreAppended)
 {
-    ASSERT_TRUE(converter.LoadJSON(R"([{"list":["a",7,"b"]}])"));
-    std::vector<std::string> out;
-    EXPECT_THROW(converter.GetObjectValue(out, "list", 0), std::logic_error);
+    for (const std::string element : {"7", "null", "true", "{}", "[\"x\"]"}) {
+        SCOPED_TRACE(element);
+        JSONConverter fresh;
+        ASSERT_TRUE(fresh.LoadJSON((R"([{"list":["a",)" + element + R"(,"b"]}])").c_str()));
+        std::vector<std::string> out{"before"};
+        try {
+            fresh.GetObjectValue(out, "list", 0);
+            ADD_FAILURE() << "nothing thrown";
+        } catch (const std::logic_error& error) {
+            EXPECT_STREQ(error.what(), "JSON array holds an element that is not a string");
+        }
+        EXPECT_THAT(out, ElementsAre("before", "a"));
+    }
     EXPECT_THAT(platform().log, IsEmpty());
 }
 
@@ -512,6 +532,25 @@ TEST_F(Reading, DocumentAroundADescentIsDeliberatelyNeverReleased)
         ASSERT_TRUE(reading.GetObject("hosts", 0));
     }
     EXPECT_GT(blocks.live(), 2 * emptyObject);
+}
+
+TEST_F(Reading, DescentReleasesTheNestedArrayWithAllItHoldsAndNothingElse)
+{
+    std::string fiftyTexts = R"("text 0")";
+    for (int i = 1; i < 50; ++i)
+        fiftyTexts += ",\"text " + std::to_string(i) + '"';
+    const CountedJsonBlocks blocks;
+    std::vector<long> left;
+    for (const std::string& entries : {std::string(), fiftyTexts}) {
+        const long before = blocks.live();
+        {
+            JSONConverter reading;
+            ASSERT_TRUE(reading.LoadJSON((R"([{"hosts":[)" + entries + "]}]").c_str()));
+            ASSERT_TRUE(reading.GetObject("hosts", 0));
+        }
+        left.push_back(blocks.live() - before);
+    }
+    EXPECT_EQ(left[0], left[1]) << "what is left is the document around the array";
 }
 
 } // namespace
