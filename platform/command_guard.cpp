@@ -100,8 +100,8 @@ void disarmTimer()
     pthread_sigmask(SIG_SETMASK, &running.savedMask, nullptr);
 }
 
-/// Whether a raw result of system() says that the command was ended by the file-size limit: it was the shell
-/// itself, or what the shell says of its child.
+/// Whether a raw result of system() says that the command was ended by the file-size limit: it was what the
+/// shell has turned into, or what the shell says of its child.
 bool endedByFileSize(int rawStatus)
 {
     return (WIFSIGNALED(rawStatus) && WTERMSIG(rawStatus) == SIGXFSZ) ||
@@ -179,9 +179,10 @@ bool ExternalCommandGuard::accept(std::size_t bytes)
 
 int ExternalCommandGuard::ended(int rawStatus)
 {
-    if (active_ && sizeLimited_ && running.limitMet == LIMIT_NONE && endedByFileSize(rawStatus))
-        running.limitMet = LIMIT_OUTPUT;
-    return rawStatus;
+    if (!active_ || !sizeLimited_ || running.limitMet != LIMIT_NONE || !endedByFileSize(rawStatus))
+        return rawStatus;
+    running.limitMet = LIMIT_OUTPUT;
+    return SIGXFSZ; // the raw status of a death by a signal is its number
 }
 
 bool ExternalCommandGuard::timedOut() const

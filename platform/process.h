@@ -43,8 +43,10 @@ public:
     /// has then been ended, so that closing the pipe does not wait for it.
     [[nodiscard]] bool accept(std::size_t bytes);
 
-    /// Takes the raw result of system() and hands it back: it shows whether the output was cut at the limit,
-    /// which then gets its entry. Not needed for a pipe.
+    /// Takes the raw result of system(), which shows whether the output was cut at the limit, and hands it
+    /// back. For a command that was cut that is always a death by SIGXFSZ, with exit code 0, also where the
+    /// shell has waited for it and says exit code 153: the caller goes on with what was printed, as after the
+    /// time limit. Not needed for a pipe.
     int ended(int rawStatus);
 
     /// Whether the time limit ended the command.

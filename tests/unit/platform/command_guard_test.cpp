@@ -261,6 +261,7 @@ TEST_F(CommandGuard, TwoGigabytesIntoAFileAreCut)
     const std::string command = "head -c 2147483648 /dev/zero > " + path;
     const Result result = runSystem(command);
     EXPECT_EQ(std::filesystem::file_size(path), LIMIT_BYTES);
+    EXPECT_EQ(result.status, SIGXFSZ);
     EXPECT_TRUE(result.cutShort);
     EXPECT_FALSE(result.timedOut);
     EXPECT_THAT(fakes::recordedLog(),
@@ -268,10 +269,13 @@ TEST_F(CommandGuard, TwoGigabytesIntoAFileAreCut)
                     16, "output of external command cut at 1048576 bytes: " + command, CONTEXT}));
 }
 
-TEST_F(CommandGuard, CutIsSeenThroughTheShellToo)
+TEST_F(CommandGuard, CutIsSeenThroughTheShellTooAndIsTheSameDeath)
 {
     const std::string path = directory.file("output");
-    EXPECT_TRUE(runSystem("head -c 2147483648 /dev/zero > " + path + "; exit $?").cutShort);
+    const Result result = runSystem("head -c 2147483648 /dev/zero > " + path + "; exit $?");
+    EXPECT_TRUE(result.cutShort);
+    EXPECT_EQ(result.status, SIGXFSZ);
+    EXPECT_EQ(WEXITSTATUS(result.status), 0);
 }
 
 TEST_F(CommandGuard, TwoGigabytesThroughAPipeAreCut)

@@ -249,6 +249,13 @@ TEST(CpuModelName, LeadingBlanksAreRemoved)
     EXPECT_EQ(modelNameOf("model\t:    65\n"), "65");
 }
 
+TEST(CpuModelName, NameOfBlanksAloneIsEmptyAndNoMarker)
+{
+    EXPECT_EQ(modelNameOf("model name\t:    \nmodel\t: 1\n"), "")
+        << "it was found, so the model is not taken";
+    EXPECT_EQ(modelNameOf("model\t:    \n"), "");
+}
+
 TEST(CpuModelName, LastColonOfTheLineCounts)
 {
     EXPECT_EQ(modelNameOf("model name\t: Sample: CPU\n"), "CPU");

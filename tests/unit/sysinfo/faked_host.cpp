@@ -87,16 +87,29 @@ extern "C" {
 
 int __real_system(const char* command);
 long __real_sysconf(int name);
+char* __real__Z9V_tempnamPKcS0_(const char* directory, const char* prefix);
 
 int __wrap_system(const char* command)
 {
     std::string line = command;
     host().shellLines.push_back(line);
+    if (host().shellFails)
+        return -1;
     for (const auto& [path, standIn] : host().files) {
         if (const std::size_t at = line.find(path); at != std::string::npos)
             line.replace(at, path.size(), standIn);
     }
     return __real_system(line.c_str());
+}
+
+char* __wrap__Z9V_tempnamPKcS0_(const char* directory, const char* prefix)
+{
+    host().temporaryNameCalls.push_back(std::string(directory) + " " + prefix);
+    if (host().temporaryNames.empty())
+        return __real__Z9V_tempnamPKcS0_(directory, prefix);
+    const std::optional<std::string> name = host().temporaryNames.front();
+    host().temporaryNames.pop_front();
+    return name ? strdup(name->c_str()) : nullptr;
 }
 
 int __wrap_gethostname(char* name, std::size_t size) noexcept

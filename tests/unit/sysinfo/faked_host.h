@@ -3,6 +3,7 @@
 
 #include "tests/fakes/platform/fake_platform.h"
 
+#include <deque>
 #include <map>
 #include <optional>
 #include <string>
@@ -15,6 +16,11 @@ struct Host {
     std::vector<std::string> shellLines;
     /// Files that stand in for others in shell lines.
     std::map<std::string, std::string> files;
+    bool shellFails = false; ///< no shell can be started
+    /// Calls of V_tempnam, in order, as "directory prefix".
+    std::vector<std::string> temporaryNameCalls;
+    /// What V_tempnam gives, call by call, null for none; after the last one the real names follow.
+    std::deque<std::optional<std::string>> temporaryNames;
     std::string hostName = "h1.example";
     bool hostNameFails = false;
     bool unameFails = false;

@@ -235,6 +235,43 @@ TEST_F(LinuxHardwareInfoTest, FailedCatOfTheCountingIsAnErrorAndBothCountsAreZer
     EXPECT_EQ(probe.getProcessorCoreCount(), 0);
 }
 
+TEST_F(LinuxHardwareInfoTest, ModelNameOfBlanksAloneIsEmpty)
+{
+    faked_host::setFile(CPU_INFO, "model name\t:    \n");
+    EXPECT_EQ(probe.getModelName(), "");
+    expectCatAnd(CPU_INFO, 0, {{2, "modelName: ", "LinuxHardwareInfo::getModelName"}});
+}
+
+TEST_F(LinuxHardwareInfoTest, CatThatCannotBeStartedIsAFailedOne)
+{
+    host().shellFails = true;
+    EXPECT_EQ(probe.getModelName(), "<NULL>");
+    expectCatAnd(CPU_INFO, -1,
+                 {{2, "cat command failed", "LinuxHardwareInfo::getModelName"},
+                  {2, "modelName: <NULL>", "LinuxHardwareInfo::getModelName"}});
+    platform().log.clear();
+    EXPECT_EQ(probe.getVendorName(), "<NULL>");
+    expectCatAnd(CPU_INFO, -1,
+                 {{2, "cat command failed", "LinuxHardwareInfo::getVendorName"},
+                  {2, "vendorName: <NULL>", "LinuxHardwareInfo::getVendorName"}});
+    platform().log.clear();
+    EXPECT_EQ(probe.getProcessorSocketCount(), 0);
+    expectCatAnd(CPU_INFO, -1,
+                 {{16, "cat command failed: -1", COUNTING},
+                  {2, "processorSocketCount = 0", "LinuxHardwareInfo::getProcessorSocketCount"}});
+    platform().log.clear();
+    EXPECT_EQ(probe.getProcessorCoreCount(), 0);
+    expectCatAnd(CPU_INFO, -1,
+                 {{16, "cat command failed: -1", COUNTING},
+                  {2, "processorCoreCount = 0", "LinuxHardwareInfo::getProcessorCoreCount"}});
+    EXPECT_EQ(probe.getCpuType(), "x86_64 (Family:<NULL> Model:<NULL> Stepping:<NULL>)");
+    EXPECT_TRUE(platform().logged(2, "cat command failed", "LinuxHardwareInfo::getCpuType"));
+    EXPECT_EQ(probe.getMemoryInfo("MemTotal"), "");
+    EXPECT_EQ(platform().log.back(),
+              (LogEntry{16, "cat command failed", "LinuxHardwareInfo::getMemoryInfo"}));
+    EXPECT_EQ(probe.getTotalMemory(), 0.0);
+}
+
 TEST_F(LinuxHardwareInfoTest, EmptyCpuInfoCountsNothing)
 {
     faked_host::setFile(CPU_INFO, "");

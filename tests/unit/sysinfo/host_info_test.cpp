@@ -1,9 +1,12 @@
 #include "sysinfo/host_info.h"
 
+#include "platform/config_text.h"
 #include "tests/unit/long_line.h"
 #include "tests/unit/sysinfo/faked_host.h"
 
+#include <fstream>
 #include <gmock/gmock.h>
+#include <sstream>
 
 namespace {
 
@@ -120,6 +123,39 @@ TEST_F(UnixHostInfoTest, MissingConfigurationIsLoggedAndEndsAtOnce)
         expected.push_back(entry);
     expected.push_back({2, "cat command failed", "UnixHostInfo::getTquClusterName"});
     EXPECT_THAT(faked_host::log(), ElementsAreArray(expected));
+}
+
+TEST_F(UnixHostInfoTest, CatThatCannotBeStartedIsAFailedOne)
+{
+    faked_host::setConfiguration("CLIENT_NAME = h1\nCLUSTER_NAME = c1\n");
+    host().shellFails = true;
+    EXPECT_EQ(probe.getTquClientName(), "<NULL>");
+    EXPECT_EQ(probe.getTquClusterName(), "<NULL>");
+    std::vector<LogEntry> expected = faked_host::catEntries(CONFIGURATION, -1);
+    expected.push_back({2, "cat command failed", "UnixHostInfo::getTquClientName"});
+    for (const LogEntry& entry : faked_host::catEntries(CONFIGURATION, -1))
+        expected.push_back(entry);
+    expected.push_back({2, "cat command failed", "UnixHostInfo::getTquClusterName"});
+    EXPECT_THAT(faked_host::log(), ElementsAreArray(expected));
+}
+
+TEST_F(UnixHostInfoTest, ShippedSampleGivesTheSameNamesToTheProbeAndToThePlatformsReader)
+{
+    std::ostringstream sample;
+    sample << std::ifstream(TQ_SOURCE_DIR "/packaging/kx.conf").rdbuf();
+    faked_host::setConfiguration(sample.str());
+    const tq::ConfigText configuration = tq::parseConfigText(sample.str());
+    const std::pair<std::string, std::string> names[] = {{"CLIENT_NAME", probe.getTquClientName()},
+                                                         {"CLUSTER_NAME", probe.getTquClusterName()}};
+    for (const auto& [key, probed] : names) {
+        SCOPED_TRACE(key);
+        const tq::ConfigEntry* entry = tq::findConfigEntry(configuration, key);
+        ASSERT_NE(entry, nullptr);
+        EXPECT_NE(probed, "<NULL>");
+        EXPECT_EQ(tq::configUpperCase(probed), tq::configUpperCase(entry->value));
+        const std::string text = tq::configUpperCase(sample.str());
+        EXPECT_EQ(text.find(key), text.rfind(key)) << "the probe reads any line that holds the name";
+    }
 }
 
 TEST_F(UnixHostInfoTest, EachPieceOfALongLineIsALine)

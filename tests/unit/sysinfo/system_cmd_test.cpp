@@ -6,8 +6,10 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
+#include <deque>
 #include <filesystem>
 #include <gmock/gmock.h>
+#include <optional>
 #include <sys/resource.h>
 
 namespace {
@@ -75,6 +77,37 @@ TEST_F(SystemCmdTest, FilesOfTheTwoStreamsStandInTheProductDirectory)
     EXPECT_TRUE(platform().logged(2, "Executing cmd (true )", CONTEXT)) << "no arguments: a trailing blank";
 }
 
+TEST_F(SystemCmdTest, FirstTemporaryNameIsForTheOutputAndTheSecondForTheErrors)
+{
+    host().temporaryNames = {"/usr/torqv/torquenix/first", "/usr/torqv/torquenix/second"};
+    SystemCmd command("sh", "-c 'echo text; echo error >&2'", false);
+    EXPECT_THAT(host().temporaryNameCalls,
+                ElementsAre("/usr/torqv/torquenix SystemCmd", "/usr/torqv/torquenix SystemCmd"));
+    command.Execute(nullptr);
+    EXPECT_THAT(host().shellLines, ElementsAre("sh -c 'echo text; echo error >&2' </dev/null "
+                                               ">/usr/torqv/torquenix/first 2>/usr/torqv/torquenix/second"));
+    EXPECT_THAT(filesLeft(), testing::UnorderedElementsAre("first", "second"));
+    EXPECT_THAT(output(command), ElementsAre("text\n"));
+}
+
+TEST_F(SystemCmdTest, WithoutATemporaryNameTheCommandDoesNotRun)
+{
+    const std::optional<std::string> name = "/usr/torqv/torquenix/name";
+    const std::deque<std::optional<std::string>> answers[] = {
+        {std::nullopt, std::nullopt}, {std::nullopt, name}, {name, std::nullopt}};
+    for (const auto& names : answers) {
+        host().temporaryNames = names;
+        SystemCmd command("echo", "text", true);
+        testing::internal::CaptureStderr();
+        EXPECT_EQ(command.Execute(nullptr), 0);
+        EXPECT_NE(testing::internal::GetCapturedStderr(), "") << "the shell refuses its line";
+        EXPECT_NE(command.status(), 0);
+        EXPECT_THAT(output(command), IsEmpty());
+        char buffer[16] = "";
+        EXPECT_EQ(command.GetStdErrLine(buffer, sizeof buffer), nullptr);
+    }
+}
+
 TEST_F(SystemCmdTest, LocaleIsForcedOnlyWhenAskedFor)
 {
     setenv("LC_ALL", "xx_XX", 1);
@@ -98,7 +131,7 @@ TEST_F(SystemCmdTest, CommandThatWritesNothingGivesNullAtTheFirstCall)
 {
     SystemCmd command("true", "", true);
     command.Execute(nullptr);
-    char buffer[16];
+    char buffer[16] = "";
     EXPECT_EQ(command.GetStdOutLine(buffer, sizeof buffer), nullptr);
     EXPECT_EQ(command.GetStdErrLine(buffer, sizeof buffer), nullptr);
 }
@@ -204,7 +237,7 @@ TEST_F(SystemCmdTest, OnlyErrorLinesLoseTheirEnd)
     SystemCmd command("sh", "-c 'printf \"a\\r\\nb\\rc\\n\"; printf \"a\\r\\nb\\rc\\n\" >&2'", true);
     command.Execute(nullptr);
     EXPECT_THAT(output(command), ElementsAre("a\r\n", "b\rc\n"));
-    char buffer[16];
+    char buffer[16] = "";
     EXPECT_STREQ(command.GetStdErrLine(buffer, sizeof buffer), "a");
     EXPECT_STREQ(command.GetStdErrLine(buffer, sizeof buffer), "b") << "cut at the first line end character";
 }
@@ -263,6 +296,7 @@ TEST_F(SystemCmdTest, OutputBeyondTheLimitIsCutAndWhatIsThereIsRead)
     getrlimit(RLIMIT_FSIZE, &before);
     SystemCmd command("head", "-c 70000000 /dev/zero", true);
     EXPECT_EQ(command.Execute(nullptr), 0);
+    EXPECT_EQ(command.status(), 0) << "as after any death by a signal";
     rlimit after{};
     getrlimit(RLIMIT_FSIZE, &after);
     EXPECT_EQ(after.rlim_cur, before.rlim_cur) << "the limit is put back";
@@ -271,7 +305,7 @@ TEST_F(SystemCmdTest, OutputBeyondTheLimitIsCutAndWhatIsThereIsRead)
         largest = std::max(largest, std::filesystem::file_size(std::string(PRODUCT_DIR) + "/" + name));
     EXPECT_EQ(largest, 64U << 20);
     EXPECT_THAT(platform().texts(CONTEXT, 16), testing::SizeIs(1));
-    char buffer[2048];
+    char buffer[2048] = "";
     EXPECT_NE(command.GetStdOutLine(buffer, sizeof buffer), nullptr);
 }
 
