@@ -5,7 +5,8 @@
 
 namespace SYSINFO_NAMESPACE {
 
-/// Every call probes afresh and logs its result. A text that cannot be found is NULL_MARKER.
+/// Every call probes afresh and logs its result, except getTotalMemory, whose text getMemoryInfo has logged.
+/// A text that cannot be found is NULL_MARKER.
 class LinuxHardwareInfo {
 public:
     /// Machine field of uname, for example "x86_64".

@@ -12,7 +12,8 @@ namespace SYSINFO_NAMESPACE {
 /// without a value. A commented line counts like any other.
 std::optional<std::string> configuredName(std::string line, const std::string& key);
 
-/// Every call probes afresh. A text that cannot be found is NULL_MARKER.
+/// Every call probes afresh. A text that cannot be found is NULL_MARKER. Texts are logged; the lists of
+/// getHostIP and getHostName are not.
 class UnixHostInfo {
 public:
     /// 32-bit identifier of the host in lower-case hexadecimal without leading zeros.

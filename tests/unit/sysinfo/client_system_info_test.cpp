@@ -13,13 +13,17 @@ namespace {
 
 std::vector<std::string> calls;
 std::string throwing;
+bool throwsInteger = false;
 
 template <typename Result>
 Result probe(const std::string& name, Result result)
 {
     calls.push_back(name);
-    if (name == throwing)
+    if (name == throwing) {
+        if (throwsInteger)
+            throw 7;
         throw std::bad_alloc();
+    }
     return result;
 }
 
@@ -118,6 +122,7 @@ protected:
         fakes::reset();
         calls.clear();
         throwing.clear();
+        throwsInteger = false;
     }
 
     TquClientSystemData result;
@@ -172,6 +177,17 @@ TEST_F(GetClientSystemInfoOrder, ExceptionOfAnyProbeIsMinusOneWithOneEntryAndAnU
                     ElementsAre(fakes::LogEntry{2, "exception getting system data",
                                                 "TquClientSystemData::GetClientSystemInfo"}));
     }
+}
+
+TEST_F(GetClientSystemInfoOrder, ExceptionThatIsAnIntegerIsMinusOneToo)
+{
+    throwing = "getHostID";
+    throwsInteger = true;
+    EXPECT_EQ(GetClientSystemInfo(result), -1);
+    EXPECT_EQ(result.osName, "");
+    EXPECT_THAT(fakes::platform().log,
+                ElementsAre(fakes::LogEntry{2, "exception getting system data",
+                                            "TquClientSystemData::GetClientSystemInfo"}));
 }
 
 } // namespace
