@@ -48,8 +48,11 @@ public:
     std::string getJSON(bool withIdentity, bool useHostIdKey) const;
 
     /// Fills this record from record `index` of a reply that the converter holds. Always 1; missing and
-    /// mistyped keys leave their field and are logged by the converter. Throws std::logic_error when an entry
-    /// of "servers" or "clusterSharedNames" is not a string.
+    /// mistyped keys leave their field and are logged by the converter. Deliberately, a record with hotfixes
+    /// whose packages are missing or mistyped takes the hotfixes for its packages. An empty text leaves
+    /// either list. Throws std::logic_error when an entry of "servers" or "clusterSharedNames" is not a
+    /// string: the fields from `hostName` to `tquVersion` are then filled, and `servers` when it was read
+    /// whole; the others are as they were.
     int getHostObj(JSONConverter& converter, std::size_t index);
 
     /// Fills this record from record 0 of a text (the caller has wrapped an object in brackets). 1, or 0 when
@@ -97,6 +100,9 @@ public:
     /// Trust version towards `masterServer`; empty and 0 when none is recorded. Else a status of
     /// getTrustVersion.
     int loadTrustVersionFromHostConfig();
+
+    // Of a release file, whatever its size, the first 16 MiB are read, and a read error ends it. Only what is
+    // no regular file, or cannot be opened, has no lines at all.
 
     /// Display name of an os-release style file: its first line holding PRETTY_NAME. Empty when the file
     /// cannot be opened or has no such line. Throws std::out_of_range when that line ends at the key.

@@ -35,6 +35,8 @@ namespace T {
 int getTQInstalledVersionStr(std::string& out)
 {
     fakes::note("getTQInstalledVersionStr");
+    if (seams().onInstalledVersion)
+        seams().onInstalledVersion();
     out = seams().installedVersion;
     return seams().installedVersionStatus;
 }

@@ -14,6 +14,7 @@ struct Seams {
 
     int installedVersionStatus = 0;
     std::string installedVersion = "Torquenix_9.1.0.1";
+    std::function<void()> onInstalledVersion; ///< called when the installed version is asked for
     bool debianUbuntu = false;
     bool unixClient = true;
     std::map<std::string, std::pair<int, std::string>> versionFiles; ///< by path; absent ones give 7501

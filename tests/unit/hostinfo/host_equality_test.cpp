@@ -1,10 +1,12 @@
 #include "hostinfo/tqclntdb_hostinfo.h"
 #include "tests/fakes/platform/fake_platform.h"
 
+#include <algorithm>
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
+#include <utility>
 #include <vector>
 
 using fakes::LogEntry;
@@ -140,8 +142,19 @@ TEST_F(HostEquality, LineShowsThisRecordFirst)
 
 TEST_F(HostEquality, ListsInAnotherOrderAreDifferent)
 {
-    right.servers = {"m2", "m1"};
-    EXPECT_FALSE(left == right);
+    const std::pair<std::vector<std::string> CHostInformation::*, std::string> lists[] = {
+        {&CHostInformation::installedHFXs, "Installed HFX H1, H2 and H2, H1 mismatched \n"},
+        {&CHostInformation::installedPackages, "Installed packages P1, P2 and P2, P1 mismatched \n"},
+        {&CHostInformation::servers, "Servers m1, m2 and m2, m1 mismatched \n"},
+    };
+    for (const auto& [list, line] : lists) {
+        SCOPED_TRACE(line);
+        platform().log.clear();
+        CHostInformation other = fullRecord();
+        std::reverse((other.*list).begin(), (other.*list).end());
+        EXPECT_FALSE(left == other);
+        EXPECT_THAT(platform().log, ElementsAre(LogEntry{PROGRESS, line, CONTEXT}));
+    }
 }
 
 TEST_F(HostEquality, ReleaseAndCertificateTypeDeliberatelyDoNotCount)

@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
+#include <vector>
 
 using fakes::LogEntry;
 using fakes::platform;
@@ -45,6 +46,20 @@ TEST_F(LoadHostInfoFromKXConf, TakesServersAndInstalledVersion)
     EXPECT_THAT(platform().log, ElementsAre(LogEntry{PROGRESS, "Found 3 server entries", CONTEXT}));
     EXPECT_THAT(platform().calls, ElementsAre("ReadHostConfigExA 1 0 0 0", "FreeHostConfigA"));
     EXPECT_THAT(seams().calls, ElementsAre("getTQInstalledVersionStr"));
+}
+
+TEST_F(LoadHostInfoFromKXConf, ServersAreCountedInTheLogBeforeTheVersionIsAskedFor)
+{
+    std::vector<LogEntry> before;
+    seams().onInstalledVersion = [&] { before = platform().log; };
+    EXPECT_EQ(record.loadHostInfoFromKXConf(), 0);
+    EXPECT_THAT(before, ElementsAre(LogEntry{PROGRESS, "Found 0 server entries", CONTEXT}));
+}
+
+TEST_F(LoadHostInfoFromKXConf, ConfigurationIsReadIntoAZeroedStructure)
+{
+    EXPECT_EQ(record.loadHostInfoFromKXConf(), 0);
+    EXPECT_TRUE(platform().hostConfigWasZeroed);
 }
 
 TEST_F(LoadHostInfoFromKXConf, ServersAreAppendedAndOnlyNewOnesCounted)

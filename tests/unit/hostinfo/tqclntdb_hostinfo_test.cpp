@@ -347,6 +347,20 @@ TEST_F(HostReading, MissingPackagesDeliberatelyBecomeTheHotfixes)
     }
 }
 
+TEST_F(HostReading, MistypedPackagesDeliberatelyBecomeTheHotfixes)
+{
+    for (const Form form : BOTH_FORMS) {
+        for (const std::string packages : {"3", "null", "true", "[\"P\"]", "{}"}) {
+            SCOPED_TRACE(packages);
+            CHostInformation record = markedRecord();
+            EXPECT_EQ(read(record, R"([{"installedHFXs":"A,B","installedPackages":)" + packages + "}]", form),
+                      1);
+            EXPECT_THAT(record.installedHFXs, ElementsAre("A", "B"));
+            EXPECT_THAT(record.installedPackages, ElementsAre("A", "B"));
+        }
+    }
+}
+
 TEST_F(HostReading, EmptyPackagesTextEmptiesTheScratchTextAndLeavesTheList)
 {
     for (const Form form : BOTH_FORMS) {
@@ -383,6 +397,30 @@ TEST_F(HostReading, ArrayElementThatIsNoStringThrowsAndLeavesTheList)
         CHostInformation record = markedRecord();
         EXPECT_THROW(read(record, R"([{"servers":["a",1]}])", form), std::logic_error);
         EXPECT_THAT(record.servers, ElementsAre("old"));
+    }
+}
+
+TEST_F(HostReading, ThrowingListLeavesItselfAndWhatIsReadAfterIt)
+{
+    const std::string begin = R"([{"uuid":"new","tquVersion":"new","isSecureEnabled":false,)"
+                              R"("trustVersion":"new","machineTquType":"new",)";
+    const std::pair<std::string, std::string> rows[] = {
+        {R"("servers":[1],"clusterSharedNames":["c1"]}])", "old"},
+        {R"("servers":["m1"],"clusterSharedNames":["c1",null]}])", "m1"},
+    };
+    for (const auto& [lists, server] : rows) {
+        for (const Form form : BOTH_FORMS) {
+            SCOPED_TRACE(lists);
+            CHostInformation record = markedRecord();
+            EXPECT_THROW(read(record, begin + lists, form), std::logic_error);
+            EXPECT_EQ(record.hostId, "new");
+            EXPECT_EQ(record.tquVersion, "new");
+            EXPECT_THAT(record.servers, ElementsAre(server));
+            EXPECT_THAT(record.clusterSharedNames, ElementsAre("old"));
+            EXPECT_TRUE(record.isSecureEnabled);
+            EXPECT_EQ(record.trustVersion, "old");
+            EXPECT_EQ(record.machineTquType, "old");
+        }
     }
 }
 
