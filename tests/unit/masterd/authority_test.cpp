@@ -117,7 +117,7 @@ TEST(Authority, HostCertificateEndsAfterItsDaysOrWithTheAuthority)
     const tq::CertificateRequest request = tests::requestFor(*key);
     const std::int64_t now = masterd::unixNow();
     EXPECT_NEAR(static_cast<double>(*tq::certificateEndTime(*issueTo(*request, 2))),
-                static_cast<double>(now + 2 * 86400), 5);
+                static_cast<double>(now + 2L * 86400), 5);
     EXPECT_EQ(tq::certificateEndTime(*issueTo(*request, 100000)),
               tq::certificateEndTime(*authority().own().certificate));
 }

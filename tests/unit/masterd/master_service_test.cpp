@@ -140,6 +140,7 @@ TEST(MasterService, OfTenEnrolmentsAtOnceExactlyOneSucceeds)
     std::atomic<int> made = 0;
     std::atomic<int> forbidden = 0;
     std::vector<std::thread> threads;
+    threads.reserve(10);
     for (int i = 0; i < 10; ++i)
         threads.emplace_back([&] {
             const int status = statusOf(Host(service).enroll(invitation));
@@ -159,6 +160,7 @@ TEST(MasterService, FortyHostsWriteAtOnceAndNoRecordIsLost)
     RunningService service(patient);
     const Host reader(service, "reader");
     std::vector<std::thread> threads;
+    threads.reserve(40);
     std::atomic<int> stored = 0;
     for (int i = 0; i < 40; ++i)
         threads.emplace_back([&, i] {

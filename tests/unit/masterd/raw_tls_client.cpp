@@ -57,6 +57,7 @@ std::vector<tq::Certificate> RawTlsClient::shownChain() const
 {
     std::vector<tq::Certificate> chain;
     const STACK_OF(X509)* shown = SSL_get_peer_cert_chain(ssl_.get());
+    chain.reserve(2);
     for (int i = 0; i < sk_X509_num(shown); ++i)
         chain.emplace_back(X509_dup(sk_X509_value(shown, i)));
     return chain;

@@ -7,7 +7,6 @@
 namespace {
 
 using masterd::formatRequestLine;
-using masterd::LoggedRequest;
 using masterd::RequestLog;
 
 constexpr std::int64_t NOON = 1795176000; // 2026-11-20 12:00 UTC

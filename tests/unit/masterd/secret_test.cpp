@@ -36,16 +36,22 @@ TEST(Secret, HashIsNotTheSecretAndMatchesOnlyIt)
     EXPECT_FALSE(made.matches(""));
 }
 
+/// The text of a secret with one part of it replaced.
+std::string changed(std::size_t position, std::size_t count, const std::string& by)
+{
+    return (std::string(16, 'a') + '.' + std::string(64, 'b')).replace(position, count, by);
+}
+
 TEST(Secret, OtherFormsAreNoSecret)
 {
-    const std::string id(16, 'a');
-    const std::string secret(64, 'b');
-    ASSERT_TRUE(masterd::parseSecret(id + '.' + secret));
+    constexpr std::size_t POINT = 16;
+    constexpr std::size_t END = 81;
+    ASSERT_TRUE(masterd::parseSecret(changed(0, 0, "")));
     for (const std::string& text :
-         {std::string(), std::string("."), id, id + '.', '.' + secret, id + ' ' + secret,
-          id + '.' + secret + 'b', id + ".." + secret, 'A' + id.substr(1) + '.' + secret,
-          id + '.' + secret.substr(1) + 'g', id + '.' + secret.substr(1) + '\0', id + '.' + secret + '\n',
-          std::string(100000, 'a')})
+         {std::string(), std::string("."), std::string(100000, 'a'), changed(POINT, END, ""),
+          changed(POINT + 1, END, ""), changed(0, POINT, ""), changed(POINT, 1, " "), changed(POINT, 1, ".."),
+          changed(POINT, 1, ""), changed(END, 0, "b"), changed(END - 1, 1, ""), changed(END, 0, "\n"),
+          changed(0, 1, "A"), changed(END - 1, 1, "g"), changed(END - 1, 1, std::string(1, '\0'))})
         EXPECT_FALSE(masterd::parseSecret(text)) << text.substr(0, 100);
 }
 

@@ -76,9 +76,9 @@ std::string objectOf(std::size_t bytes)
 
 TEST_F(ServiceLimits, BodyMayBe256KiBLongAndNoLonger)
 {
-    const std::string most = objectOf(256 * 1024);
+    const std::string most = objectOf(masterd::MAX_BODY_BYTES);
     EXPECT_EQ(statusOf(answerTo(head("PUT", withLength(most)) + most)), 200);
-    const std::string more = objectOf(256 * 1024 + 1);
+    const std::string more = objectOf(masterd::MAX_BODY_BYTES + 1);
     expectError(answerTo(head("PUT", withLength(more)) + more), 413);
     expectError(answerTo(head("POST", "Content-Length: 99999999999\r\n") + "{"), 413);
     expectServing();
@@ -269,9 +269,11 @@ TEST(ServiceUnderIdleConnections, TwoHundredKeepNobodyWaiting)
 {
     RunningService service; // with the limits that it has in use
     std::vector<tq::FileDescriptor> idle;
+    idle.reserve(200);
     for (int i = 0; i < 200; ++i)
         idle.push_back(tests::connectTo(service.port()));
     std::vector<std::unique_ptr<RawTlsClient>> idleAfterHandshake;
+    idleAfterHandshake.reserve(50);
     for (int i = 0; i < 50; ++i)
         idleAfterHandshake.push_back(std::make_unique<RawTlsClient>(service.port()));
     const auto start = steady_clock::now();

@@ -93,7 +93,7 @@ TEST(SettingsFile, FolderAndHugeFileAreToldByName)
 {
     const tests::TemporaryFolder folder;
     EXPECT_THROW(SettingsFile{folder.path()}, std::runtime_error);
-    tests::writeText(folder.file("huge"), std::string(65 * 1024, ' '));
+    tests::writeText(folder.file("huge"), std::string(66560, ' '));
     EXPECT_THROW(SettingsFile{folder.file("huge")}, std::runtime_error);
 }
 

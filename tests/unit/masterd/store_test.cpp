@@ -26,7 +26,7 @@ protected:
     /// An identity entered by an invitation.
     Identity enrolled(const std::string& hostId, const std::string& hostName)
     {
-        const Identity identity{hostId, hostName};
+        Identity identity{hostId, hostName};
         EXPECT_TRUE(
             store().redeemInvitation(store().invite(hostName, IdentityType::host, LATER), identity, NOW));
         return identity;
@@ -137,6 +137,7 @@ TEST_F(Store, OfTenAtOnceExactlyOneRedeemsAnInvitation)
     const Secret invitation = store().invite("h1", IdentityType::host, LATER);
     std::atomic<int> successes = 0;
     std::vector<std::thread> threads;
+    threads.reserve(10);
     for (int i = 0; i < 10; ++i)
         threads.emplace_back([&, i] {
             masterd::Store own(path_); // as another process would
