@@ -2,4 +2,7 @@
 
 #include <unistd.h>
 
-int is_user_admin(int /*mode*/) { return geteuid() == 0 ? 1 : 0; }
+int is_user_admin(int /*mode*/)
+{
+    return geteuid() == 0 ? 1 : 0;
+}
