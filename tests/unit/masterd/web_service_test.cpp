@@ -11,10 +11,8 @@
 
 namespace {
 
-using masterd::Identity;
 using masterd::IdentityType;
 using masterd::WebReply;
-using masterd::WebRequest;
 using tests::jsonMember;
 using tests::jsonObject;
 
