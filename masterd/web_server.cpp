@@ -5,7 +5,7 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <openssl/ssl.h>
+#include <poll.h>
 #include <stdexcept>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
@@ -21,6 +21,8 @@ constexpr std::size_t MOST_CONNECTIONS = 512;
 constexpr int BACKLOG = 1024;
 constexpr const char* EVERY_PATH = R"([\s\S]*)";
 constexpr const char* JSON_TYPE = "application/json";
+/// Until the next try when the machine could not hand over a connection, as without memory or descriptors.
+constexpr int ACCEPT_PAUSE_MS = 20;
 
 /// A restart may take the port again while old connections fade. Not SO_REUSEPORT, which the library would
 /// set: a second service would share the port unseen.
@@ -30,34 +32,44 @@ void setSocketOptions(int socket)
     setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
 }
 
+/// Whether accept() will never again succeed; everything else passes, or concerns one connection.
+bool isPortLost(int acceptFault)
+{
+    return acceptFault == EBADF || acceptFault == EINVAL || acceptFault == ENOTSOCK;
+}
+
 } // namespace
 
-/// What is known of one request beyond what the library keeps; its connection's SSL object leads to it.
+/// What is known of the request in hand beyond what the library keeps. The library reports some requests
+/// without anything of their connection; what leads to it is the thread, which serves one at a time.
 class WebServer::Exchange {
 public:
-    Exchange(SSL& ssl, const X509* certificate) : ssl_(ssl), certificate_(certificate)
-    {
-        SSL_set_app_data(&ssl_, this);
-    }
+    explicit Exchange(const TlsConnection& connection) : connection_(connection) { current_ = this; }
     Exchange(const Exchange&) = delete;
     Exchange& operator=(const Exchange&) = delete;
-    ~Exchange() { SSL_set_app_data(&ssl_, nullptr); }
+    ~Exchange() { current_ = nullptr; }
 
-    /// Null for a request whose head could not be read.
-    static Exchange* of(const httplib::Request& request)
+    static Exchange& current() { return *current_; }
+
+    [[nodiscard]] const X509* certificate() const { return connection_.peerCertificate(); }
+    [[nodiscard]] std::string client() const
     {
-        return request.ssl != nullptr ? static_cast<Exchange*>(SSL_get_app_data(request.ssl)) : nullptr;
+        std::string address;
+        int port = 0;
+        connection_.get_remote_ip_and_port(address, port);
+        return address;
     }
-
-    [[nodiscard]] const X509* certificate() const { return certificate_; }
 
     std::string identity;
     bool isReadToItsEnd = false; ///< the next request on the connection begins where it should
 
 private:
-    SSL& ssl_;
-    const X509* certificate_;
+    static thread_local Exchange* current_;
+
+    const TlsConnection& connection_;
 };
+
+thread_local WebServer::Exchange* WebServer::Exchange::current_ = nullptr;
 
 WebServer::WebServer(TlsContext context, WebService& service, const RequestLog& log,
                      const ConnectionLimits& limits)
@@ -66,8 +78,6 @@ WebServer::WebServer(TlsContext context, WebService& service, const RequestLog& 
 {
     if (!stopEvent_)
         throw std::runtime_error("cannot make an event: " + tq::fileFault(errno));
-    // The library takes the queue over and deletes it.
-    new_task_queue = [] { return new ConnectionWorkers(MOST_CONNECTIONS); };
     set_socket_options(setSocketOptions);
     // Only told to clients; the connection keeps to its limits itself.
     set_keep_alive_max_count(static_cast<std::size_t>(limits_.requests));
@@ -77,7 +87,7 @@ WebServer::WebServer(TlsContext context, WebService& service, const RequestLog& 
 
 WebServer::~WebServer()
 {
-    if (svr_sock_ != INVALID_SOCKET) // bound and never run
+    if (svr_sock_ != INVALID_SOCKET)
         ::close(svr_sock_);
 }
 
@@ -120,10 +130,9 @@ void WebServer::installHandlers()
         response.set_content(errorReply(500, "internal failure").body, JSON_TYPE);
     });
     set_logger([this](const httplib::Request& request, const httplib::Response& response) {
-        const Exchange* exchange = Exchange::of(request);
-        const X509* certificate = exchange != nullptr ? exchange->certificate() : nullptr;
-        log_.write({request.remote_addr, request.method, request.target, response.status,
-                    exchange != nullptr ? exchange->identity : "",
+        const Exchange& exchange = Exchange::current();
+        const X509* certificate = exchange.certificate();
+        log_.write({exchange.client(), request.method, request.target, response.status, exchange.identity,
                     certificate != nullptr ? tq::certificateFingerprint(*certificate) : ""});
     });
 }
@@ -131,13 +140,18 @@ void WebServer::installHandlers()
 void WebServer::answer(const httplib::Request& request, httplib::Response& response,
                        const httplib::ContentReader* reader)
 {
-    Exchange& exchange = *Exchange::of(request);
-    RequestBody body = readRequestBody(request, reader);
+    Exchange& exchange = Exchange::current();
+    RequestBody body;
+    // The body of a stranger is nobody's business, unless it may be an enrolment.
+    const bool isRead =
+        exchange.certificate() != nullptr || WebService::isEnrolment(request.method, request.target);
+    if (isRead)
+        body = readRequestBody(request, reader);
     WebReply reply;
     if (body.faultStatus != 0) {
         reply = errorReply(body.faultStatus, body.fault);
     } else {
-        exchange.isReadToItsEnd = true;
+        exchange.isReadToItsEnd = isRead;
         reply = service_.handle({request.method, request.target, request.get_header_value("Authorization"),
                                  std::move(body.text), exchange.certificate()});
         exchange.identity = std::move(reply.identity);
@@ -147,7 +161,7 @@ void WebServer::answer(const httplib::Request& request, httplib::Response& respo
         response.set_content(reply.body, JSON_TYPE);
 }
 
-bool WebServer::process_and_close_socket(socket_t socket)
+void WebServer::serveSocket(int socket)
 {
     try {
         TlsConnection connection(*context_, socket, stopEvent_.get(), limits_);
@@ -156,7 +170,6 @@ bool WebServer::process_and_close_socket(socket_t socket)
         // One connection's end; the service goes on.
         std::fprintf(stderr, "tqmasterd: a connection failed: %s\n", failure.what());
     }
-    return true;
 }
 
 void WebServer::serve(TlsConnection& connection)
@@ -185,10 +198,10 @@ void WebServer::logRefusal(const TlsConnection& connection) const
 /// Whether another request may follow on the connection.
 bool WebServer::serveRequest(TlsConnection& connection, bool isLast)
 {
-    Exchange exchange(*connection.ssl(), connection.peerCertificate());
+    Exchange exchange(connection);
     bool isClosed = false;
-    const bool isAnswered = process_request(connection, isLast, isClosed, [&](httplib::Request& request) {
-        request.ssl = connection.ssl();
+    const bool isAnswered = process_request(connection, isLast, isClosed, [](httplib::Request& request) {
+        request.path = "/";     // only matched against EVERY_PATH, at a cost for each character
         request.ranges.clear(); // a part of a record is of no use to anybody
     });
     if (!exchange.isReadToItsEnd)
@@ -198,7 +211,6 @@ bool WebServer::serveRequest(TlsConnection& connection, bool isLast)
 
 std::string WebServer::bind(const std::string& address, int port)
 {
-    address_ = address;
     errno = 0;
     port_ = port == 0 ? bind_to_any_port(address) : (bind_to_port(address, port) ? port : -1);
     if (port_ <= 0)
@@ -208,23 +220,35 @@ std::string WebServer::bind(const std::string& address, int port)
     return "";
 }
 
+/// Not the library's own loop, which gives the port up at the first connection that the machine cannot hand
+/// over, and then waits for all that are open.
 bool WebServer::run()
 {
+    ConnectionWorkers workers(MOST_CONNECTIONS);
+    bool wasAccepted = true;
     while (!stopping_) {
-        listen_after_bind();
+        const int socket = accept4(svr_sock_, nullptr, nullptr, SOCK_CLOEXEC);
         const int cause = errno;
-        svr_sock_ = INVALID_SOCKET; // closed by now
-        if (stopping_)
-            break;
-        // The library gives the port up when the machine cannot hand it a connection, as without memory.
-        std::fprintf(stderr, "tqmasterd: accepting failed (%s); taking port %d again\n",
-                     tq::fileFault(cause).c_str(), port_);
-        if (const std::string fault = bind(address_, port_); !fault.empty()) {
-            std::fprintf(stderr, "tqmasterd: cannot take port %d: %s\n", port_, fault.c_str());
-            return false;
+        if (socket >= 0) {
+            workers.enqueue([this, socket] { serveSocket(socket); });
+        } else if (!stopping_) {
+            if (wasAccepted)
+                std::fprintf(stderr, "tqmasterd: accepting failed: %s\n", tq::fileFault(cause).c_str());
+            if (isPortLost(cause)) {
+                stop(); // idle connections shall not delay the end
+                return false;
+            }
+            pauseAccepting();
         }
+        wasAccepted = socket >= 0;
     }
     return true;
+}
+
+void WebServer::pauseAccepting() const
+{
+    pollfd stopped{stopEvent_.get(), POLLIN, 0};
+    poll(&stopped, 1, ACCEPT_PAUSE_MS);
 }
 
 void WebServer::stop()
@@ -233,8 +257,7 @@ void WebServer::stop()
         return;
     const std::uint64_t one = 1;
     [[maybe_unused]] const ssize_t written = ::write(stopEvent_.get(), &one, sizeof one);
-    // Makes accept() fail, now or when it is called; the library then closes the socket. Its own stop() would
-    // do nothing in the moment before it listens, and close the socket a second time in another.
+    // Makes accept() fail, now or when it is called.
     ::shutdown(svr_sock_, SHUT_RDWR);
 }
 

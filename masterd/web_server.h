@@ -15,7 +15,7 @@
 namespace masterd {
 
 /// Owns the port. What the library does by itself is replaced where it would let a client hold the service
-/// up: TLS, limits and workers are this service's own.
+/// up: accepting, TLS, limits and workers are this service's own.
 class WebServer : private httplib::Server {
 public:
     /// `service` and `log` must outlive the server.
@@ -27,8 +27,8 @@ public:
     /// The port taken.
     [[nodiscard]] int port() const { return port_; }
 
-    /// Serves until stop(). Returns when the requests in hand are answered. False when the port was lost and
-    /// could not be taken again.
+    /// Serves until stop(). Returns when the requests in hand are answered. False when the port was lost.
+    /// A connection that the machine cannot hand over, as without memory, is told on standard error.
     bool run();
     /// May be called by any thread, before, during and after run(); returns at once.
     void stop();
@@ -36,13 +36,14 @@ public:
 private:
     class Exchange;
 
-    bool process_and_close_socket(socket_t socket) override;
+    void serveSocket(int socket);
     void serve(TlsConnection& connection);
     void logRefusal(const TlsConnection& connection) const;
     bool serveRequest(TlsConnection& connection, bool isLast);
     void answer(const httplib::Request& request, httplib::Response& response,
                 const httplib::ContentReader* reader);
     void installHandlers();
+    void pauseAccepting() const;
 
     TlsContext context_;
     WebService& service_;
@@ -50,7 +51,6 @@ private:
     ConnectionLimits limits_;
     tq::FileDescriptor stopEvent_;
     std::atomic<bool> stopping_ = false;
-    std::string address_;
     int port_ = 0;
 };
 

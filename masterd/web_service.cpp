@@ -169,13 +169,25 @@ WebReply WebService::handle(const WebRequest& request)
     return reply;
 }
 
+bool WebService::isEnrolment(const Route* route)
+{
+    return route != nullptr && route->access == Route::Access::invitation;
+}
+
+bool WebService::isEnrolment(const std::string& method, const std::string& target)
+{
+    const std::optional<RequestTarget> parsed = parseRequestTarget(target);
+    bool pathKnown = false;
+    return parsed && isEnrolment(findRoute(method, *parsed, pathKnown));
+}
+
 WebReply WebService::answer(const WebRequest& request, std::string& identityText)
 {
     const std::optional<RequestTarget> target = parseRequestTarget(request.target);
     bool pathKnown = false;
     const Route* route =
         target ? findRoute(request.method == "HEAD" ? "GET" : request.method, *target, pathKnown) : nullptr;
-    if (route != nullptr && route->access == Route::Access::invitation)
+    if (isEnrolment(route))
         return (this->*route->handler)(Call{request, *target, Identity{}});
 
     if (request.certificate == nullptr)

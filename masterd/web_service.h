@@ -47,6 +47,10 @@ public:
     {
     }
 
+    /// Whether a request needs an invitation and no certificate; without one anything else is refused by its
+    /// head alone, whatever its body is.
+    static bool isEnrolment(const std::string& method, const std::string& target);
+
     /// Never throws; a failure inside is a 500, with its cause on standard error and not in the reply.
     WebReply handle(const WebRequest& request);
 
@@ -55,6 +59,7 @@ private:
     struct Route;
 
     static const Route* findRoute(const std::string& method, const RequestTarget& target, bool& pathKnown);
+    static bool isEnrolment(const Route* route);
     WebReply answer(const WebRequest& request, std::string& identityText);
     void checkToken(const WebRequest& request, const Identity& identity);
 

@@ -1,8 +1,11 @@
 #include "masterd/connection_workers.h"
 
+#include "tests/unit/masterd/failing_calls.h"
+
 #include <atomic>
 #include <future>
 #include <gtest/gtest.h>
+#include <thread>
 
 namespace {
 
@@ -49,6 +52,19 @@ TEST(ConnectionWorkers, FurtherTaskWaitsForAFreeWorker)
     second.join();
     EXPECT_TRUE(accepted);
     workers.shutdown();
+}
+
+TEST(ConnectionWorkers, TakeTasksWithoutMemory)
+{
+    std::atomic<int> done = 0;
+    ConnectionWorkers workers(4);
+    {
+        const tests::FailingAllocation withoutMemory;
+        for (int i = 0; i < 1000; ++i)
+            workers.enqueue([&] { ++done; });
+    }
+    workers.shutdown();
+    EXPECT_EQ(done, 1000);
 }
 
 TEST(ConnectionWorkers, MayEndWithoutAnyTask)

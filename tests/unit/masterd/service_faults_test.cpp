@@ -1,0 +1,221 @@
+// The running service on a machine that is short of something, and towards clients that mean harm.
+#include "masterd/clock.h"
+#include "tests/unit/masterd/failing_calls.h"
+#include "tests/unit/masterd/raw_tls_client.h"
+#include "tests/unit/masterd/running_service.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <netinet/tcp.h>
+#include <pthread.h>
+#include <sstream>
+#include <thread>
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using std::chrono::steady_clock;
+using tests::Host;
+using tests::RawTlsClient;
+using tests::RunningService;
+
+/// What threads without a size of their own get while it lives. The system's library gives them 2 MiB where
+/// the limit of the main stack is lifted.
+class DefaultStackSize {
+public:
+    explicit DefaultStackSize(std::size_t bytes)
+    {
+        pthread_getattr_default_np(&before_);
+        pthread_attr_t changed{};
+        pthread_attr_init(&changed);
+        pthread_attr_setstacksize(&changed, bytes);
+        EXPECT_EQ(pthread_setattr_default_np(&changed), 0);
+        pthread_attr_destroy(&changed);
+    }
+    DefaultStackSize(const DefaultStackSize&) = delete;
+    DefaultStackSize& operator=(const DefaultStackSize&) = delete;
+    ~DefaultStackSize()
+    {
+        pthread_setattr_default_np(&before_);
+        pthread_attr_destroy(&before_);
+    }
+
+private:
+    pthread_attr_t before_{};
+};
+
+/// The answer to a client without a certificate.
+std::string answerTo(const RunningService& service, const std::string& text)
+{
+    RawTlsClient client(service.port());
+    EXPECT_TRUE(client.connected());
+    client.send(text);
+    return client.receiveAll();
+}
+
+TEST(ServiceOnSmallStacks, LongTargetAndLongRangeOfAStrangerDoNoHarm)
+{
+    const DefaultStackSize small(std::size_t{2} << 20);
+    RunningService service;
+    const std::string target = '/' + std::string(8100, 'a');
+    EXPECT_EQ(answerTo(service, "GET " + target + " HTTP/1.1\r\nConnection: close\r\n\r\n").substr(9, 3),
+              "403");
+    std::string ranges = "bytes=0-1";
+    while (ranges.size() < 8100)
+        ranges += ",0-1";
+    EXPECT_EQ(answerTo(service, "GET / HTTP/1.1\r\nConnection: close\r\nRange: " + ranges + "\r\n\r\n")
+                  .substr(9, 3),
+              "403");
+    const std::string digits = "bytes=0-" + std::string(8100, '1');
+    EXPECT_EQ(answerTo(service, "GET / HTTP/1.1\r\nConnection: close\r\nRange: " + digits + "\r\n\r\n")
+                  .substr(9, 3),
+              "416");
+    EXPECT_TRUE(service.stop());
+}
+
+/// Whether a client gets its answer soon, far below the 15 seconds after which idle connections end.
+void expectServing(const RunningService& service)
+{
+    const auto start = steady_clock::now();
+    EXPECT_EQ(answerTo(service, "GET / HTTP/1.1\r\nConnection: close\r\n\r\n").substr(9, 3), "403");
+    EXPECT_LT(steady_clock::now() - start, seconds(10));
+}
+
+TEST(ServiceThatCannotAccept, GoesOnAtOnceAndKeepsItsConnections)
+{
+    RunningService service;
+    RawTlsClient open(service.port());
+    ASSERT_TRUE(open.connected());
+    testing::internal::CaptureStderr();
+    for (const int fault : {ENFILE, EMFILE, ENOBUFS, ENOMEM, ECONNABORTED, EINTR, EPROTO}) {
+        tests::acceptFault = fault;
+        expectServing(service); // by the call that waits already; the next one fails
+        expectServing(service);
+        EXPECT_EQ(tests::acceptFault, 0) << fault;
+    }
+    const std::string told = testing::internal::GetCapturedStderr();
+    EXPECT_NE(told.find("tqmasterd: accepting failed: Too many open files in system\n"), std::string::npos)
+        << told;
+    EXPECT_TRUE(open.send("GET / HTTP/1.1\r\nConnection: close\r\n\r\n"));
+    EXPECT_EQ(open.receiveAll().substr(9, 3), "403");
+    EXPECT_TRUE(service.stop());
+}
+
+TEST(ServiceThatCannotAccept, EndsAtOnceWhenThePortIsLost)
+{
+    RunningService service;
+    RawTlsClient idle(service.port());
+    ASSERT_TRUE(idle.connected());
+    tests::acceptFault = EBADF;
+    const tq::FileDescriptor last = tests::connectTo(service.port());
+    const auto start = steady_clock::now();
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(idle.receiveAll(), "");
+    EXPECT_FALSE(service.stop());
+    EXPECT_LT(steady_clock::now() - start, seconds(10));
+    testing::internal::GetCapturedStderr();
+}
+
+TEST(ServiceAndStrangers, AreRefusedBeforeAnythingIsSaidAboutTheirBody)
+{
+    RunningService service;
+    const std::string head = " HTTP/1.1\r\nConnection: close\r\n";
+    const std::string large(std::size_t{300} * 1024, 'x');
+    for (const std::string& request :
+         {"PUT /torquenix/config/hosts/x" + head + "Content-Length: " + std::to_string(large.size()) +
+              "\r\n\r\n" + large,
+          "PUT /torquenix/config/hosts/x" + head + "Content-Length: -2\r\n\r\n",
+          "PUT /torquenix/config/hosts/x" + head + "Content-Length: 2\r\nContent-Length: 2\r\n\r\n{}",
+          "PUT /torquenix/config/hosts/x" + head + "Transfer-Encoding: chunked\r\n\r\nzz\r\n",
+          "POST /torquenix/security/tokens" + head + "Content-Length: 4\r\n\r\njunk",
+          "GET /torquenix/config/hosts" + head + "Content-Length: 2\r\n\r\n{}",
+          "PUT /nothing" + head + "Content-Length: 9999999999\r\n\r\n{"})
+        EXPECT_EQ(answerTo(service, request).substr(9, 3), "403") << request.substr(0, 200);
+    // An enrolment is for strangers.
+    EXPECT_EQ(answerTo(service,
+                       "POST /torquenix/security/enrollments" + head + "Content-Length: 9999999999\r\n\r\n{")
+                  .substr(9, 3),
+              "413");
+}
+
+TEST(ServiceAndStrangers, RequestThatCannotBeReadIsLoggedWithItsClient)
+{
+    RunningService service;
+    const Host host(service, "h1");
+    EXPECT_EQ(answerTo(service, "BREW / HTTP/1.1\r\n\r\n").substr(9, 3), "400");
+    EXPECT_EQ(answerTo(service, "GET /" + std::string(9000, 'a') + " HTTP/1.1\r\n\r\n").substr(9, 3), "414");
+    EXPECT_EQ(answerTo(service, "GET / HTTP/1.1\r\nRange: bytes=9-1\r\n\r\n").substr(9, 3), "416");
+    RawTlsClient known(service.port(), host.certificate.get(), &host.key());
+    known.send("GET\r\n\r\n");
+    EXPECT_EQ(known.receiveAll().substr(9, 3), "400");
+    EXPECT_TRUE(service.stop());
+    std::istringstream log(service.requestLog());
+    int unreadable = 0;
+    for (std::string line; std::getline(log, line);) {
+        EXPECT_NE(line.find("Z 127.0.0.1 \""), std::string::npos) << line;
+        unreadable += line.find("\" 4") != std::string::npos ? 1 : 0;
+    }
+    EXPECT_EQ(unreadable, 4) << service.requestLog();
+    EXPECT_NE(service.requestLog().find("\" 400 - " + tq::certificateFingerprint(*host.certificate)),
+              std::string::npos)
+        << service.requestLog();
+}
+
+/// The socket of this process that listens on a port.
+int listeningSocket(int port)
+{
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        const int descriptor = std::stoi(entry.path().filename());
+        int isListening = 0;
+        socklen_t length = sizeof isListening;
+        sockaddr_in address{};
+        socklen_t addressLength = sizeof address;
+        if (getsockopt(descriptor, SOL_SOCKET, SO_ACCEPTCONN, &isListening, &length) == 0 &&
+            isListening != 0 &&
+            getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &addressLength) == 0 &&
+            ntohs(address.sin_port) == port)
+            return descriptor;
+    }
+    return -1;
+}
+
+TEST(ServiceUnderLoad, QueueOfConnectionsHoldsAWholeFleet)
+{
+    const RunningService service;
+    tcp_info information{};
+    socklen_t length = sizeof information;
+    ASSERT_EQ(getsockopt(listeningSocket(service.port()), IPPROTO_TCP, TCP_INFO, &information, &length), 0);
+    const int most = std::stoi(tests::readText("/proc/sys/net/core/somaxconn"));
+    // For a socket that listens the kernel tells the length of its queue here.
+    EXPECT_EQ(information.tcpi_sacked, static_cast<unsigned>(std::min(1024, most)));
+}
+
+TEST(ServiceUnderLoad, ClientThatNeverReadsItsReplyIsLetGo)
+{
+    masterd::ConnectionLimits limits;
+    limits.writeStall = milliseconds(500);
+    RunningService service(limits);
+    const Host host(service, "h1");
+    const std::string record = "{\"osType\":\"" + std::string(std::size_t{250} * 1024, 'x') + "\"}";
+    for (int i = 0; i < 64; ++i) { // far more than the buffers between the two take
+        const masterd::Identity identity{"id-" + std::to_string(i), "other"};
+        ASSERT_TRUE(service.store().redeemInvitation(
+            service.store().invite("other", masterd::IdentityType::host, masterd::unixNow() + 600), identity,
+            masterd::unixNow()));
+        ASSERT_EQ(service.store().putHost(identity, record), masterd::Store::Stored::done);
+    }
+    RawTlsClient client(service.port(), host.certificate.get(), &host.key());
+    ASSERT_TRUE(client.send("GET /torquenix/config/hosts HTTP/1.1\r\nConnection: close\r\n"
+                            "Authorization: Bearer " +
+                            host.token + "\r\n\r\n"));
+    std::this_thread::sleep_for(milliseconds(300)); // its reply is on the way by now
+    const auto start = steady_clock::now();
+    EXPECT_TRUE(service.stop());                         // waits for the request in hand
+    EXPECT_LT(steady_clock::now() - start, seconds(15)); // half the time that a client usually has
+    EXPECT_LT(client.receiveAll().size(), 64 * record.size());
+}
+
+} // namespace
