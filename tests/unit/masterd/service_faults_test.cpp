@@ -63,16 +63,14 @@ TEST(ServiceOnSmallStacks, LongTargetAndLongRangeOfAStrangerDoNoHarm)
     const std::string target = '/' + std::string(8100, 'a');
     EXPECT_EQ(answerTo(service, "GET " + target + " HTTP/1.1\r\nConnection: close\r\n\r\n").substr(9, 3),
               "403");
-    std::string ranges = "bytes=0-1";
-    while (ranges.size() < 8100)
-        ranges += ",0-1";
-    EXPECT_EQ(answerTo(service, "GET / HTTP/1.1\r\nConnection: close\r\nRange: " + ranges + "\r\n\r\n")
-                  .substr(9, 3),
-              "403");
-    const std::string digits = "bytes=0-" + std::string(8100, '1');
-    EXPECT_EQ(answerTo(service, "GET / HTTP/1.1\r\nConnection: close\r\nRange: " + digits + "\r\n\r\n")
-                  .substr(9, 3),
-              "416");
+    for (const char* part : {"0-1,", "-,", ",", "1", " ", "-", "1-, "}) {
+        std::string range = "bytes=0-1,";
+        while (range.size() < 8100)
+            range += part;
+        const std::string answer =
+            answerTo(service, "GET / HTTP/1.1\r\nConnection: close\r\nRange: " + range + "-1\r\n\r\n");
+        EXPECT_TRUE(answer.substr(9, 3) == "403" || answer.substr(9, 3) == "416") << part << answer;
+    }
     EXPECT_TRUE(service.stop());
 }
 
