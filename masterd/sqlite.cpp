@@ -1,5 +1,8 @@
 #include "masterd/sqlite.h"
 
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
 #include <sqlite3.h>
 
 namespace masterd {
@@ -7,6 +10,37 @@ namespace masterd {
 namespace {
 
 constexpr int BUSY_WAIT_MS = 10000;
+
+struct Release {
+    void operator()(char* text) const { std::free(text); }
+};
+
+/// The same path with no link in the folder's part, so that only one at the file itself is refused.
+std::string withoutLinksBefore(const std::string& path)
+{
+    const std::size_t slash = path.rfind('/');
+    const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+    const std::unique_ptr<char, Release> resolved(realpath(folder.c_str(), nullptr));
+    if (!resolved)
+        throw SqliteError("cannot look at its folder: " + std::string(std::strerror(errno)));
+    return std::string(resolved.get()) + '/' + path.substr(slash == std::string::npos ? 0 : slash + 1);
+}
+
+/// The library's words for the last failure, which alone say too little of a file that cannot be opened, read
+/// or written.
+std::string lastFault(sqlite3* handle)
+{
+    std::string fault = sqlite3_errmsg(handle);
+    const int code = sqlite3_extended_errcode(handle);
+    const int primary = code & 0xff;
+    if (primary != SQLITE_CANTOPEN && primary != SQLITE_IOERR)
+        return fault;
+    if (code == SQLITE_CANTOPEN_SYMLINK)
+        return fault + ": it is a symbolic link";
+    if (const int cause = sqlite3_system_errno(handle); cause != 0)
+        fault += std::string(": ") + std::strerror(cause);
+    return fault + " (SQLite " + std::to_string(code) + ')';
+}
 
 } // namespace
 
@@ -18,18 +52,19 @@ void Database::Close::operator()(sqlite3* handle) const
 Database::Database(const std::string& path)
 {
     sqlite3* handle = nullptr;
-    const int result = sqlite3_open_v2(
-        path.c_str(), &handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_NOFOLLOW, nullptr);
+    const int result =
+        sqlite3_open_v2(withoutLinksBefore(path).c_str(), &handle,
+                        SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_NOFOLLOW, nullptr);
     handle_.reset(handle); // a handle comes along with most failures too
     if (result != SQLITE_OK)
-        throw SqliteError(handle != nullptr ? sqlite3_errmsg(handle) : sqlite3_errstr(result));
+        throw SqliteError(handle != nullptr ? lastFault(handle) : sqlite3_errstr(result));
     sqlite3_busy_timeout(handle, BUSY_WAIT_MS);
 }
 
 void Database::execute(const char* sql)
 {
     if (sqlite3_exec(handle_.get(), sql, nullptr, nullptr, nullptr) != SQLITE_OK)
-        throw SqliteError(sqlite3_errmsg(handle_.get()));
+        throw SqliteError(lastFault(handle_.get()));
 }
 
 int Database::changes() const
@@ -47,7 +82,7 @@ Statement::Statement(const Database& database, const char* sql)
     sqlite3_stmt* handle = nullptr;
     if (sqlite3_prepare_v3(database.handle(), sql, -1, SQLITE_PREPARE_PERSISTENT, &handle, nullptr) !=
         SQLITE_OK)
-        throw SqliteError(sqlite3_errmsg(database.handle()));
+        throw SqliteError(lastFault(database.handle()));
     handle_.reset(handle);
 }
 
@@ -104,7 +139,7 @@ bool Query::isNull(int column) const
 void Query::check(int result) const
 {
     if (result != SQLITE_OK)
-        throw SqliteError(sqlite3_errmsg(sqlite3_db_handle(statement_)));
+        throw SqliteError(lastFault(sqlite3_db_handle(statement_)));
 }
 
 Transaction::Transaction(Database& database) : database_(database)

@@ -12,7 +12,8 @@ struct sqlite3_stmt;
 
 namespace masterd {
 
-/// What every operation here throws: SQLite's own words about a failure.
+/// What every operation here throws: SQLite's own words about a failure, with the system's where a file is
+/// at fault.
 class SqliteError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
@@ -21,8 +22,8 @@ public:
 /// An open database. It may be used by one thread at a time.
 class Database {
 public:
-    /// Opens a file that exists, for reading and writing; a symbolic link is refused. Waits up to ten seconds
-    /// for another process that is writing.
+    /// Opens a file that exists, for reading and writing. A symbolic link is refused, one on the way to the
+    /// file's folder is followed. Waits up to ten seconds for another process that is writing.
     explicit Database(const std::string& path);
 
     /// Runs statements that take no values and answer nothing of interest.

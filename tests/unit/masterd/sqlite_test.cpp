@@ -75,11 +75,31 @@ TEST_F(Sqlite, MistakesAreToldInTheLibrarysWords)
     EXPECT_THROW(Query(statement).with("more values than marks"), SqliteError);
 }
 
-TEST_F(Sqlite, FileThatIsAbsentOrALinkIsNotOpened)
+/// What opening a file fails with; empty when it does not.
+std::string openingFault(const std::string& path)
 {
-    EXPECT_THROW(Database(folder_.file("absent")), SqliteError);
+    try {
+        const Database database(path);
+    } catch (const SqliteError& fault) {
+        return fault.what();
+    }
+    return "";
+}
+
+TEST_F(Sqlite, FileThatIsAbsentOrALinkIsNotOpenedAndTheCauseIsTold)
+{
+    EXPECT_EQ(openingFault(folder_.file("absent")),
+              "unable to open database file: No such file or directory (SQLite 14)");
+    EXPECT_EQ(openingFault(folder_.file("absent/db")),
+              "cannot look at its folder: No such file or directory");
     std::filesystem::create_symlink(folder_.file("db"), folder_.file("link"));
-    EXPECT_THROW(Database(folder_.file("link")), SqliteError);
+    EXPECT_EQ(openingFault(folder_.file("link")), "unable to open database file: it is a symbolic link");
+}
+
+TEST_F(Sqlite, LinkOnTheWayToTheFileIsFollowed)
+{
+    std::filesystem::create_directory_symlink(folder_.path(), folder_.file("folder"));
+    EXPECT_EQ(openingFault(folder_.file("folder/db")), "");
 }
 
 } // namespace

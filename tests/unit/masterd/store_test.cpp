@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 #include <thread>
 
 namespace {
@@ -56,6 +57,38 @@ TEST_F(Store, FileIsTheOwnersAloneAndKeepsALogOfChanges)
     EXPECT_EQ(tests::modeOf(path_), 0600);
     EXPECT_EQ(setting("journal_mode"), "wal");
     EXPECT_EQ(tests::modeOf(path_ + "-wal"), 0600);
+}
+
+/// The connection that was opened last in this process.
+sqlite3* lastOpened = nullptr;
+
+int noteOpened(sqlite3* handle, const char** /*fault*/, const sqlite3_api_routines* /*library*/)
+{
+    lastOpened = handle;
+    return SQLITE_OK;
+}
+
+std::string settingOf(sqlite3* handle, const std::string& name)
+{
+    sqlite3_stmt* statement = nullptr;
+    sqlite3_prepare_v2(handle, ("PRAGMA " + name).c_str(), -1, &statement, nullptr);
+    std::string value;
+    if (sqlite3_step(statement) == SQLITE_ROW)
+        value = reinterpret_cast<const char*>(sqlite3_column_text(statement, 0));
+    sqlite3_finalize(statement);
+    return value;
+}
+
+TEST_F(Store, CommitsAreOnTheDiskBeforeTheyReturn)
+{
+    const auto note = reinterpret_cast<void (*)()>(noteOpened);
+    sqlite3_auto_extension(note);
+    store();
+    sqlite3_cancel_auto_extension(note);
+    ASSERT_NE(lastOpened, nullptr);
+    EXPECT_EQ(settingOf(lastOpened, "synchronous"), "2"); // FULL
+    EXPECT_EQ(settingOf(lastOpened, "foreign_keys"), "1");
+    EXPECT_EQ(settingOf(lastOpened, "trusted_schema"), "0");
 }
 
 TEST_F(Store, MakingItAgainLosesNothing)
