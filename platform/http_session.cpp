@@ -1,13 +1,17 @@
 #include "platform/http_session.h"
 
+#include "platform/file_io.h"
 #include "platform/release.h"
 #include "platform/status.h"
 #include "platform/url.h"
 
+#include <cerrno>
+#include <fcntl.h>
 #include <new>
 #include <openssl/ssl.h>
 #include <openssl/x509_vfy.h>
 #include <openssl/x509v3.h>
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -17,6 +21,9 @@ namespace {
 
 /// The lower byte of an alert as OpenSSL reports it; its level stands above.
 constexpr int ALERT_NUMBER_MASK = 0xFF;
+
+/// Largest file of certificates or a key; libcurl takes less than 8 MB of each.
+constexpr std::size_t PEM_MAX_BYTES = std::size_t{4} << 20U;
 
 /// Request headers; null when memory is short.
 CurlList requestHeaders(const HttpRequest& request)
@@ -64,6 +71,22 @@ TransferResult notMade(const std::string& cause)
     return {EC_web_request_failed, cause};
 }
 
+/// Reads one file of the trust; libcurl itself would follow links, and wait for ever at a fifo.
+TransferResult readPem(const char* what, const std::string& path, int statusOfFailure, std::string& text)
+{
+    const FileDescriptor file = openOwnFile(path, O_RDONLY, 0, nullptr);
+    std::optional<std::string> read = file ? readRest(file.get(), PEM_MAX_BYTES) : std::nullopt;
+    if (!read)
+        return {statusOfFailure, std::string(what) + " " + path + " cannot be read: " + fileFault(errno)};
+    text = std::move(*read);
+    return {};
+}
+
+curl_blob blobOf(const std::string& text)
+{
+    return {const_cast<char*>(text.data()), text.size(), CURL_BLOB_COPY};
+}
+
 } // namespace
 
 TransferResult transferResult(const TransferFault& fault, const char* words)
@@ -79,28 +102,46 @@ HttpSession::HttpSession(const std::string& server, int port, TlsTrust trust, co
 {
 }
 
-bool HttpSession::openHandle()
+/// Sets the handle up, with what the files hold by now.
+TransferResult HttpSession::open()
 {
+    TlsTexts texts;
+    if (TransferResult result = readTrust(texts); result.status != EC_success)
+        return result;
     handle_ = makeCurlHandle(limits_);
-    if (handle_ && !(setTrust() && setCallbacks()))
+    if (handle_ && !(setTrust(texts) && setCallbacks()))
         handle_.reset();
-    return handle_ != nullptr;
+    return handle_ ? TransferResult() : notMade("the HTTP library could not be set up");
 }
 
-bool HttpSession::setTrust()
+TransferResult HttpSession::readTrust(TlsTexts& texts) const
+{
+    TransferResult result;
+    texts.authorities = trust_.authoritiesPem;
+    if (!trust_.authoritiesFile.empty())
+        result = readPem("the authorities' file", trust_.authoritiesFile, EC_web_request_failed,
+                         texts.authorities);
+    if (result.status != EC_success || trust_.certificateFile.empty())
+        return result;
+    result = readPem("this host's certificate", trust_.certificateFile, EC_web_certificate_refused,
+                     texts.certificate);
+    if (result.status == EC_success)
+        result =
+            readPem("this host's key", trust_.privateKeyFile, EC_web_certificate_refused, texts.privateKey);
+    return result;
+}
+
+bool HttpSession::setTrust(const TlsTexts& texts)
 {
     CurlOptions options(handle_.get());
-    if (!trust_.authoritiesFile.empty()) {
-        options.set(CURLOPT_CAINFO, trust_.authoritiesFile.c_str());
-    } else {
-        curl_blob authorities{const_cast<char*>(trust_.authoritiesPem.data()), trust_.authoritiesPem.size(),
-                              CURL_BLOB_COPY};
-        options.set(CURLOPT_CAINFO_BLOB, &authorities);
-    }
+    curl_blob authorities = blobOf(texts.authorities);
+    options.set(CURLOPT_CAINFO_BLOB, &authorities);
     if (!trust_.certificateFile.empty()) {
+        curl_blob certificate = blobOf(texts.certificate);
+        curl_blob privateKey = blobOf(texts.privateKey);
         // The empty password keeps OpenSSL from asking for one on the terminal when the key is encrypted.
-        options.set(CURLOPT_SSLCERT, trust_.certificateFile.c_str())
-            .set(CURLOPT_SSLKEY, trust_.privateKeyFile.c_str())
+        options.set(CURLOPT_SSLCERT_BLOB, &certificate)
+            .set(CURLOPT_SSLKEY_BLOB, &privateKey)
             .set(CURLOPT_KEYPASSWD, "");
     }
     options.set(CURLOPT_SSL_CTX_FUNCTION, &HttpSession::setUpTls).set(CURLOPT_SSL_CTX_DATA, this);
@@ -143,8 +184,10 @@ TransferResult HttpSession::send(const HttpRequest& request, HttpReply& reply)
         return notMade("the server's name is neither a host name nor an address");
     if (!isHeaderValue(request.token))
         return notMade("the access token cannot stand in a header");
-    if (!handle_ && !openHandle())
-        return notMade("the HTTP library could not be set up");
+    if (!handle_) {
+        if (TransferResult opened = open(); opened.status != EC_success)
+            return opened;
+    }
     const CurlList headers = requestHeaders(request);
     if (!headers || !setRequest(request, headers.get()))
         return notMade("the HTTP library did not take the request");
@@ -161,12 +204,16 @@ TransferResult HttpSession::send(const HttpRequest& request, HttpReply& reply)
     const TransferEnd end{code, transfer_.overLimit, transfer_.repeatRefused, transfer_.certificateRefused,
                           transfer_.headUnfinished};
     const TransferFault fault = faultOfTransfer(end);
-    if (fault.status != EC_success)
-        return transferResult(fault, words_.front() != '\0' ? words_.data() : curl_easy_strerror(code));
+    if (fault.status != EC_success) {
+        TransferResult result =
+            transferResult(fault, words_.front() != '\0' ? words_.data() : curl_easy_strerror(code));
+        result.sent = transfer_.requestsSent > 0;
+        return result;
+    }
 
     reply.status = httpStatus;
     reply.body = std::move(transfer_.body);
-    return {};
+    return {EC_success, {}, true};
 }
 
 std::size_t HttpSession::takeBody(char* data, std::size_t size, std::size_t count, void* transfer)

@@ -12,7 +12,8 @@ struct ssl_st;
 
 namespace tq {
 
-/// Whom a session trusts, and what it shows of itself.
+/// Whom a session trusts, and what it shows of itself. Files are read by the rules of openOwnFile, at the
+/// first request and again after one that failed.
 struct TlsTrust {
     std::string authoritiesFile; ///< PEM file of the authorities; empty when `authoritiesPem` holds them
     std::string authoritiesPem;
@@ -37,6 +38,7 @@ struct HttpReply {
 struct TransferResult {
     int status = 0;
     std::string cause;
+    bool sent = false; ///< whether the request may have reached the server
 };
 
 /// The result that a fault and libcurl's words make.
@@ -58,9 +60,18 @@ public:
     ~HttpSession() = default;
 
     /// Sends one request once and waits for the reply within the limits. `reply` is set on success only.
+    /// Nothing is connected when a file of the trust cannot be read: 7622 for certificate and key, 7626 for
+    /// the authorities, with path and cause.
     TransferResult send(const HttpRequest& request, HttpReply& reply);
 
 private:
+    /// What the files of the trust hold.
+    struct TlsTexts {
+        std::string authorities;
+        std::string certificate;
+        std::string privateKey;
+    };
+
     /// One transfer as libcurl's callbacks see it.
     struct Transfer {
         std::string body;
@@ -79,8 +90,9 @@ private:
     static CURLcode setUpTls(CURL* handle, void* sslContext, void* session);
     static void noteAlert(const ssl_st* connection, int where, int alert);
 
-    bool openHandle();
-    bool setTrust();
+    TransferResult open();
+    TransferResult readTrust(TlsTexts& texts) const;
+    bool setTrust(const TlsTexts& texts);
     bool setCallbacks();
     bool setRequest(const HttpRequest& request, curl_slist* headers);
 

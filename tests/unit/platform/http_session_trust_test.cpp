@@ -36,6 +36,16 @@ TEST_F(HttpSessionTest, ATokenWithALineEndIsNotSent)
     EXPECT_EQ(server.connections(), 0);
 }
 
+TEST_F(HttpSessionTest, TellsARequestThatWentOutFromOneThatDidNot)
+{
+    EXPECT_TRUE(getFrom(answer(200, "{}")).result.sent);
+    EXPECT_TRUE(getFrom(raw("no HTTP")).result.sent);
+    EXPECT_FALSE(getUnder(certificateFor({"other.example"}), "localhost").result.sent);
+    HttpReply reply;
+    HttpSession refused("127.0.0.1", fakes::closedPort(), trustOwnAuthority(), shortLimits());
+    EXPECT_FALSE(refused.send({"GET", "a", nullptr, ""}, reply).sent);
+}
+
 TEST_F(HttpSessionTest, PlainHttpAndGarbageInPlaceOfTlsAre7621)
 {
     std::string alertFlood;
@@ -209,7 +219,7 @@ TEST_F(HttpSessionTest, WithoutUsableAuthoritiesNothingIsTrusted)
     EXPECT_NE(get(server, none, shortLimits()).result.status, 0);
     for (const char* text : {"", "no certificate"}) {
         write(FILES + "/ca", text);
-        EXPECT_NE(get(server, trustOwnAuthority(), shortLimits()).result.status, 0);
+        EXPECT_EQ(get(server, trustOwnAuthority(), shortLimits()).result.status, 7626) << text;
     }
     std::filesystem::remove(FILES + "/ca");
     EXPECT_NE(get(server, trustOwnAuthority(), shortLimits()).result.status, 0);
