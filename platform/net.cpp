@@ -9,13 +9,13 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
 #include <ifaddrs.h>
 #include <map>
 #include <memory>
 #include <net/if.h>
 #include <netdb.h>
 #include <netinet/in.h>
+#include <optional>
 #include <string>
 #include <strings.h>
 #include <unistd.h>
@@ -116,8 +116,11 @@ bool isWanted(const ifaddrs& interface, int ipv4, int ipv6)
 
 bool readHostIdFile(std::int32_t& identifier)
 {
-    const tq::FileDescriptor file(open("/etc/hostid", O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    return file && read(file.get(), &identifier, sizeof identifier) == sizeof identifier;
+    const std::optional<std::string> text = tq::readFileStart("/etc/hostid");
+    if (!text || text->size() < sizeof identifier)
+        return false;
+    std::memcpy(&identifier, text->data(), sizeof identifier);
+    return true;
 }
 
 } // namespace

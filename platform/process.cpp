@@ -7,8 +7,10 @@
 #include <climits>
 #include <csignal>
 #include <cstdlib>
+#include <dirent.h>
 #include <fcntl.h>
 #include <linux/close_range.h>
+#include <memory>
 #include <string_view>
 #include <unistd.h>
 
@@ -17,6 +19,10 @@ namespace tq {
 namespace {
 
 constexpr const char* FIXED_PATH = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin";
+
+struct DirectoryRelease {
+    void operator()(DIR* directory) const { closedir(directory); }
+};
 
 /// Without them the next file that is opened would be taken for standard output or error. Where there is no
 /// /dev/null, "/" holds the place: writing there fails.
@@ -33,7 +39,15 @@ void openStandardDescriptors()
 /// Whatever else was inherited stays open here and ends at the first exec.
 void keepDescriptorsFromCommands()
 {
-    close_range(STDERR_FILENO + 1, UINT_MAX, CLOSE_RANGE_CLOEXEC);
+    if (close_range(STDERR_FILENO + 1, UINT_MAX, CLOSE_RANGE_CLOEXEC) == 0)
+        return;
+    // An older kernel, or a sandbox that refuses a call it does not know.
+    const std::unique_ptr<DIR, DirectoryRelease> names(opendir("/proc/self/fd"));
+    while (const dirent* entry = names ? readdir(names.get()) : nullptr) {
+        const auto descriptor = static_cast<int>(std::strtol(entry->d_name, nullptr, 10)); // 0 for "."
+        if (descriptor > STDERR_FILENO)
+            fcntl(descriptor, F_SETFD, FD_CLOEXEC);
+    }
 }
 
 void doNothing(int /*signal*/) {}

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <ifaddrs.h>
 #include <net/if.h>
@@ -206,6 +207,17 @@ TEST_F(HostId, FileOfFewerThanFourBytesDoesNotCount)
     resolver.addresses = {"10.1.2.3"};
     writeHostId("abc");
     EXPECT_EQ(hostIdOfNewProcess().first, 0x010a0302U);
+}
+
+TEST_F(HostId, FileMustLeadToARegularOne)
+{
+    resolver.addresses = {"10.1.2.3"};
+    std::filesystem::create_symlink("/dev/zero", "/etc/hostid");
+    EXPECT_EQ(hostIdOfNewProcess().first, 0x010a0302U);
+    unlink("/etc/hostid");
+    std::ofstream("/tmp/hostid", std::ios::binary) << std::string("\x78\x56\x34\x12", 4);
+    std::filesystem::create_symlink("/tmp/hostid", "/etc/hostid");
+    EXPECT_EQ(hostIdOfNewProcess().first, 0x12345678U);
 }
 
 TEST_F(HostId, HighestBitGivesANegativeNumberAsTheCLibraryDoes)

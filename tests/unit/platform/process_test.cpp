@@ -7,14 +7,37 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <ctime>
 #include <fcntl.h>
 #include <filesystem>
+#include <iterator>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
+
+namespace {
+
+/// First time limit that a timer of this process was set to.
+itimerspec firstTimerSetting{};
+
+} // namespace
+
+/// In place of the C library's own, to see what the guard asks for; the timer stays unset.
+int timer_settime(timer_t /*timer*/, int /*flags*/, const itimerspec* times, itimerspec* /*old*/) noexcept
+{
+    if (firstTimerSetting.it_value.tv_sec == 0)
+        firstTimerSetting = *times;
+    return 0;
+}
 
 namespace {
 
@@ -114,6 +137,31 @@ TEST_F(ProcessStart, OtherInheritedDescriptorsStayOutOfCommands)
     EXPECT_THAT(seen, IsSupersetOf({"0", "1", "2"}));
     EXPECT_THAT(seen, testing::Not(Contains("7")));
     EXPECT_THAT(seen, testing::Not(Contains("900")));
+}
+
+/// Makes one system call unknown to this process and to what it starts.
+void forget(unsigned systemCall)
+{
+    sock_filter program[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, systemCall, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    };
+    const sock_fprog filter{std::size(program), program};
+    if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 ||
+        prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) != 0)
+        _exit(97);
+}
+
+TEST_F(ProcessStart, OtherInheritedDescriptorsStayOutOfCommandsOnAKernelWithoutCloseRange)
+{
+    const std::vector<std::string> lines = report({}, [] {
+        dup2(0, 7);
+        dup2(0, 9);
+        forget(SYS_close_range);
+    });
+    EXPECT_THAT(of("inheritable", lines), UnorderedElementsAre("0", "1", "2"));
 }
 
 TEST_F(ProcessStart, EnvironmentIsReducedToLocaleTimeZoneAndPath)
@@ -368,6 +416,16 @@ TEST_F(EndingSignal, InterruptFromTheTerminalEndsTheToolThatSystemWaitsFor)
     kill(-probe, SIGINT);
     const int status = tests::statusOf(probe);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status; // death by a signal has exit code 0
+}
+
+TEST(CommandLimit, TimeIs120Seconds)
+{
+    firstTimerSetting = {};
+    {
+        const tq::ExternalCommandGuard guard("true", tq::ExternalCommandGuard::Output::pipe, "test");
+    }
+    EXPECT_EQ(firstTimerSetting.it_value.tv_sec, 120);
+    EXPECT_EQ(firstTimerSetting.it_value.tv_nsec, 0);
 }
 
 class OutputLimit : public ProcessStart {};
