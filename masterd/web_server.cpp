@@ -77,7 +77,7 @@ WebServer::WebServer(TlsContext context, WebService& service, const RequestLog& 
       stopEvent_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
 {
     if (!stopEvent_)
-        throw std::runtime_error("cannot make an event: " + tq::fileFault(errno));
+        throw std::runtime_error("cannot make an event: " + tq::errorText(errno));
     set_socket_options(setSocketOptions);
     // Only told to clients; the connection keeps to its limits itself.
     set_keep_alive_max_count(static_cast<std::size_t>(limits_.requests));
@@ -214,9 +214,9 @@ std::string WebServer::bind(const std::string& address, int port)
     errno = 0;
     port_ = port == 0 ? bind_to_any_port(address) : (bind_to_port(address, port) ? port : -1);
     if (port_ <= 0)
-        return errno == 0 ? "no such address here" : tq::fileFault(errno);
+        return errno == 0 ? "no such address here" : tq::errorText(errno);
     if (::listen(svr_sock_, BACKLOG) != 0)
-        return tq::fileFault(errno);
+        return tq::errorText(errno);
     return "";
 }
 
@@ -233,7 +233,7 @@ bool WebServer::run()
             workers.enqueue([this, socket] { serveSocket(socket); });
         } else if (!stopping_) {
             if (wasAccepted)
-                std::fprintf(stderr, "tqmasterd: accepting failed: %s\n", tq::fileFault(cause).c_str());
+                std::fprintf(stderr, "tqmasterd: accepting failed: %s\n", tq::errorText(cause).c_str());
             if (isPortLost(cause)) {
                 stop(); // idle connections shall not delay the end
                 return false;

@@ -195,8 +195,13 @@ std::string fileFault(int error)
     case EFBIG:
         return "it is too large";
     default:
-        return std::generic_category().message(error);
+        return errorText(error);
     }
+}
+
+std::string errorText(int error)
+{
+    return std::generic_category().message(error);
 }
 
 bool writeAll(int descriptor, std::string_view text)
@@ -216,17 +221,17 @@ bool writeAll(int descriptor, std::string_view text)
 bool replaceFile(const std::string& path, std::string_view text, mode_t mode, const char* context)
 {
     const std::string directory = directoryOf(path);
-    removeStaleFiles(directory, TEMPORARY_PREFIX, -1);
+    removeStaleFiles(directory, TEMPORARY_PREFIX);
     const std::string temporary = directory + "/" + uniqueFileName(TEMPORARY_PREFIX);
     if (!writeNewFile(temporary, text, mode) || rename(temporary.c_str(), path.c_str()) != 0) {
         const int cause = errno;
         unlink(temporary.c_str());
-        LogLine(LogLevel::error, context) << "Unable to write " << path << ": " << fileFault(cause);
+        LogLine(LogLevel::error, context) << "Unable to write " << path << ": " << errorText(cause);
         errno = cause;
         return false;
     }
     if (!syncDirectory(directory)) // the new file stands, so this is no failure towards the caller
-        LogLine(LogLevel::warning, context) << "Unable to sync " << directory << ": " << fileFault(errno);
+        LogLine(LogLevel::warning, context) << "Unable to sync " << directory << ": " << errorText(errno);
     return true;
 }
 

@@ -55,17 +55,20 @@ std::optional<std::string> readFileStart(const std::string& path);
 /// (EFBIG).
 std::optional<std::string> readRest(int descriptor, std::size_t maxBytes);
 
-/// Why a file could not be opened, read or written, in words: those of the rules above for the numbers that
-/// they give, else the system's text for an error number.
+/// Why openOwnFile, readFile, readRest or open_debug_log failed, in words: those of the rules above for the
+/// numbers that they give, else errorText().
 std::string fileFault(int error);
+
+/// The system's words for an error number, for whatever else failed.
+std::string errorText(int error);
 
 /// Writes all of `text`. False with errno set when it could not.
 [[nodiscard]] bool writeAll(int descriptor, std::string_view text);
 
 /// Replaces a file whole: a temporary name in the same directory, write, sync, checked close, rename, sync of
 /// the directory. After a crash the file is the complete old or the complete new one; temporary files that a
-/// killed process left are removed by the next call. False with errno set and one level-16 entry with path
-/// and cause; the old file is then untouched.
+/// killed process left are removed by the first call that finds them a minute old. False with errno set and
+/// one level-16 entry with path and cause; the old file is then untouched.
 [[nodiscard]] bool replaceFile(const std::string& path, std::string_view text, mode_t mode,
                                const char* context);
 

@@ -28,6 +28,9 @@ constexpr int LOCK_WAIT_MS = 10;
 /// Random bytes that tell the files of one enrolment from those of the next.
 constexpr std::size_t GENERATION_BYTES = 8;
 
+/// More than the files of an identity and the store's new text take as a rule.
+constexpr std::size_t TRIAL_BYTES = std::size_t{64} << 10U;
+
 constexpr std::string_view FILE_ENDINGS[] = {".crt", ".key", ".ca"};
 constexpr std::string_view FILE_BEGINNINGS[] = {"host.", "cluster."};
 constexpr std::string_view TOKEN_BEGINNINGS[] = {"token.host.", "token.cluster."};
@@ -41,7 +44,7 @@ int writeFailure(const std::string& path, std::string* cause)
 {
     // replaceFile has written the entry.
     if (cause)
-        *cause = "Unable to write " + path + ": " + fileFault(errno);
+        *cause = "Unable to write " + path + ": " + errorText(errno);
     return EC_file_write_failed;
 }
 
@@ -125,6 +128,16 @@ std::optional<std::size_t> takeOut(const IdentityDocument& document, const std::
     return place;
 }
 
+int removalFailure(const std::string& path, std::string* cause)
+{
+    return identityFailure(EC_file_write_failed, "Unable to remove " + path + ": " + errorText(errno), cause);
+}
+
+int notStorable(const std::string& why, std::string* cause)
+{
+    return identityFailure(EC_invalid_argument, "Unable to store an identity: " + why, cause);
+}
+
 int outOfMemory(std::string* cause)
 {
     return identityFailure(EC_file_write_failed, std::string(TQ_IDENTITY_STORE_FILE) + ": out of memory",
@@ -144,9 +157,7 @@ int writeDocument(const IdentityDocument& document, std::string* cause)
 int deleteStore(std::string* cause)
 {
     if (unlink(TQ_IDENTITY_STORE_FILE) != 0)
-        return identityFailure(
-            EC_file_write_failed,
-            std::string("Unable to remove ") + TQ_IDENTITY_STORE_FILE + ": " + fileFault(errno), cause);
+        return removalFailure(TQ_IDENTITY_STORE_FILE, cause);
     syncDirectory(TQ_IDENTITY_DIR);
     return EC_success;
 }
@@ -177,13 +188,21 @@ int writeIdentity(const IdentityDocument& document, std::size_t place, const Ide
     return writeDocument(document, cause);
 }
 
-/// Why an identity could not be read back once it is stored; an empty text for a good one.
-std::string whyNotStorable(const Identity& identity, const IdentityPem& pem)
+/// Why no identity of a server and type could be read back once it is stored; an empty text for good ones.
+std::string whyNotNameable(const Identity& identity)
 {
     if (const char* why = serverNameFault(identity.server))
         return std::string("the server's name is refused: ") + why;
     if (*certTypeName(identity.certType) == '\0')
         return "it is neither a host's nor a cluster's";
+    return "";
+}
+
+/// The same for a whole identity.
+std::string whyNotStorable(const Identity& identity, const IdentityPem& pem)
+{
+    if (std::string why = whyNotNameable(identity); !why.empty())
+        return why;
     if (identity.caMode < CA_USAGE_INTERNAL || identity.caMode > CA_USAGE_NONE)
         return "its certificate-authority mode is unknown";
     if (identity.hostId.empty() || identity.hostName.empty())
@@ -193,12 +212,12 @@ std::string whyNotStorable(const Identity& identity, const IdentityPem& pem)
     return identityToJson(identity) ? "" : "one of its texts is not UTF-8 or holds a NUL";
 }
 
-int lockFailure(std::string* cause)
+int lockFailure(const TQLockFile& lock, std::string* cause)
 {
+    const std::string why =
+        lock.error == EWOULDBLOCK ? "another change is still running" : fileFault(lock.error);
     return identityFailure(EC_file_write_failed,
-                           std::string("Unable to lock ") + TQ_IDENTITY_LOCK_FILE +
-                               ", or another change is still running",
-                           cause);
+                           std::string("Unable to lock ") + TQ_IDENTITY_LOCK_FILE + ": " + why, cause);
 }
 
 int makeDirectory(const char* path, mode_t mode, std::string* cause)
@@ -206,7 +225,7 @@ int makeDirectory(const char* path, mode_t mode, std::string* cause)
     if (mkdir(path, mode) == 0 || errno == EEXIST)
         return EC_success;
     return identityFailure(EC_file_write_failed,
-                           std::string("Unable to make ") + path + ": " + fileFault(errno), cause);
+                           std::string("Unable to make ") + path + ": " + errorText(errno), cause);
 }
 
 } // namespace
@@ -222,15 +241,38 @@ int makeIdentityDirectory(std::string* cause)
     return checkIdentityDirectory(cause);
 }
 
-int saveIdentity(const Identity& identity, const IdentityPem& pem, Identity* stored, std::string* cause)
+int tryIdentityStore(const std::string& server, cert_type certType, std::string* cause)
 {
-    if (const std::string why = whyNotStorable(identity, pem); !why.empty())
-        return identityFailure(EC_invalid_argument, "Unable to store an identity: " + why, cause);
+    Identity tried;
+    tried.server = server;
+    tried.certType = certType;
+    if (const std::string why = whyNotNameable(tried); !why.empty())
+        return notStorable(why, cause);
     if (const int status = makeIdentityDirectory(cause); status != EC_success)
         return status;
     const TQLockFile lock(TQ_IDENTITY_LOCK_FILE, LOCK_TRIES, LOCK_WAIT_MS);
     if (lock.fd == -1)
-        return lockFailure(cause);
+        return lockFailure(lock, cause);
+    IdentityDocument document;
+    const int readStatus = readIdentityDocument(document, cause);
+    if (readStatus != EC_success && readStatus != EC_identity_store_missing)
+        return readStatus;
+    nameFiles(tried);
+    const std::string path = inStore(tried.privateKey);
+    if (!replaceFile(path, std::string(TRIAL_BYTES, '\n'), FILE_MODE, CONTEXT))
+        return writeFailure(path, cause);
+    return unlink(path.c_str()) == 0 ? EC_success : removalFailure(path, cause);
+}
+
+int saveIdentity(const Identity& identity, const IdentityPem& pem, Identity* stored, std::string* cause)
+{
+    if (const std::string why = whyNotStorable(identity, pem); !why.empty())
+        return notStorable(why, cause);
+    if (const int status = makeIdentityDirectory(cause); status != EC_success)
+        return status;
+    const TQLockFile lock(TQ_IDENTITY_LOCK_FILE, LOCK_TRIES, LOCK_WAIT_MS);
+    if (lock.fd == -1)
+        return lockFailure(lock, cause);
     IdentityDocument document = newIdentityDocument();
     const int readStatus = readIdentityDocument(document, cause);
     if (readStatus != EC_success && readStatus != EC_identity_store_missing)
@@ -259,7 +301,7 @@ int removeIdentity(const std::string& server, cert_type certType, std::string* c
         return status;
     const TQLockFile lock(TQ_IDENTITY_LOCK_FILE, LOCK_TRIES, LOCK_WAIT_MS);
     if (lock.fd == -1)
-        return lockFailure(cause);
+        return lockFailure(lock, cause);
     IdentityDocument document;
     const int readStatus = readIdentityDocument(document, cause);
     if (readStatus != EC_success && readStatus != EC_identity_store_missing)

@@ -54,7 +54,7 @@ int readStoreText(std::string& text, std::string* cause)
         return errno == ENOENT ? EC_identity_store_missing : failed(fileFault(errno));
     struct stat status {};
     if (fstat(file.get(), &status) != 0)
-        return failed(fileFault(errno));
+        return failed(errorText(errno));
     if (const std::string why = ownerFault(status); !why.empty())
         return failed(why);
     std::optional<std::string> read = readRest(file.get(), OWN_FILE_MAX_BYTES);
@@ -83,7 +83,7 @@ int checkIdentityDirectory(std::string* cause)
     else if (errno == ENOENT)
         return EC_identity_store_missing;
     else
-        why = fileFault(errno);
+        why = errorText(errno);
     if (why.empty())
         return EC_success;
     return identityFailure(EC_identity_store_damaged, std::string(TQ_IDENTITY_DIR) + ": " + why, cause);

@@ -62,11 +62,18 @@ const char* certTypeName(cert_type certType);
 /// For the enrolment tool alone: the command makes no directories. Returns 0, 7611 or 14.
 [[nodiscard]] int makeIdentityDirectory(std::string* cause = nullptr);
 
+/// Whether saveIdentity can store an identity of this server and type: makes the directories, takes the lock
+/// for a moment, reads the store when there is one, and writes and removes a file of such an identity.
+/// Returns 0, 20 for a server name or type that is refused, 7611 or 14.
+[[nodiscard]] int tryIdentityStore(const std::string& server, cert_type certType,
+                                   std::string* cause = nullptr);
+
 /// Adds an identity, or replaces the one of the same server and type, whose files and token are then removed.
 /// The file names of `identity` are not read: the texts are stored under fresh names, and the store is
 /// replaced last, so that certificate and key that belong together take effect together and a killed process
-/// leaves the old identity whole. What killed processes left behind is removed. `stored` (may be null)
-/// receives the identity with its file names. Other entries stay as they are, with keys that this release
+/// leaves the old identity whole. Files that a killed one left, keys among them, stay until the next change
+/// removes them: loading removes nothing. `stored` (may be null) receives the identity with its file names.
+/// Other entries stay as they are, with keys that this release
 /// does not know. A damaged store is not overwritten. One change at a time: waits up to 10 s for another one.
 /// Returns 0, 20 for an identity that could not be read back (bad server name, type or an empty text), 7611
 /// or 14.

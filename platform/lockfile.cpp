@@ -26,21 +26,24 @@ bool isStillAt(const std::string& path, int descriptor)
            locked.st_dev == named.st_dev && locked.st_ino == named.st_ino;
 }
 
-Attempt tryLock(const std::string& path, tq::FileDescriptor& file)
+/// `error` receives the cause of an attempt that failed.
+Attempt tryLock(const std::string& path, tq::FileDescriptor& file, int& error)
 {
     if (!file) {
         file = tq::openOwnFile(path, O_RDWR | O_CREAT, 0600, CONTEXT);
         if (!file) {
-            if (errno == ENOENT) // only a missing folder gives it here
+            error = errno;
+            if (error == ENOENT) // only a missing folder gives it here
                 LogLine(LogLevel::error, CONTEXT)
-                    << "Unable to open " << path << ": " << tq::fileFault(ENOENT);
+                    << "Unable to open " << path << ": " << tq::errorText(error);
             return Attempt::failed;
         }
     }
     if (flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
-        if (errno == EWOULDBLOCK || errno == EINTR)
+        error = errno;
+        if (error == EWOULDBLOCK || error == EINTR)
             return Attempt::busy;
-        LogLine(LogLevel::error, CONTEXT) << "Unable to lock " << path << ": " << tq::fileFault(errno);
+        LogLine(LogLevel::error, CONTEXT) << "Unable to lock " << path << ": " << tq::errorText(error);
         return Attempt::failed;
     }
     return isStillAt(path, file.get()) ? Attempt::taken : Attempt::replaced;
@@ -66,9 +69,10 @@ TQLockFile::TQLockFile(const std::string& path, int tries, int waitMs)
     clock_gettime(CLOCK_MONOTONIC, &next);
     tq::FileDescriptor file;
     for (int attempt = 0; attempt < tries; ++attempt) {
-        const Attempt result = tryLock(path, file);
+        const Attempt result = tryLock(path, file, error);
         if (result == Attempt::failed)
             return;
+        error = result == Attempt::taken ? 0 : EWOULDBLOCK;
         if (result == Attempt::taken) {
             futimens(file.get(), nullptr);
             fd = file.release();

@@ -15,4 +15,8 @@ public:
     ~TQLockFile();
 
     int fd = -1; ///< descriptor of the locked file, -1 when the lock was not taken
+
+    /// Why it was not taken: EWOULDBLOCK when another held it at every try, else the number that
+    /// tq::fileFault() has words for. 0 when it was.
+    int error = 0;
 };

@@ -13,9 +13,6 @@
 
 namespace {
 
-/// A file younger than this may belong to a process that this one cannot see (another process namespace).
-constexpr int STALE_AFTER_SECONDS = 60;
-
 constexpr std::pair<int, const char*> CATEGORY_VARIABLES[] = {
     {LC_COLLATE, "LC_COLLATE"},   {LC_CTYPE, "LC_CTYPE"},     {LC_MESSAGES, "LC_MESSAGES"},
     {LC_MONETARY, "LC_MONETARY"}, {LC_NUMERIC, "LC_NUMERIC"}, {LC_TIME, "LC_TIME"},
@@ -41,7 +38,7 @@ void sweepOnce(const char* directory, const char* prefix)
 {
     static bool swept = false;
     if (!std::exchange(swept, true))
-        tq::removeStaleFiles(directory, prefix, STALE_AFTER_SECONDS);
+        tq::removeStaleFiles(directory, prefix);
 }
 
 } // namespace

@@ -39,12 +39,11 @@ bool processIsGone(pid_t process)
     return process == getpid() || (kill(process, 0) != 0 && errno == ESRCH);
 }
 
-bool isOldFile(const std::string& path, int olderThanSeconds)
+bool isOldFile(const std::string& path)
 {
     struct stat status {};
-    if (lstat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode))
-        return false;
-    return olderThanSeconds < 0 || std::time(nullptr) - status.st_mtime > olderThanSeconds;
+    return lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
+           std::time(nullptr) - status.st_mtime > STALE_AFTER_SECONDS;
 }
 
 } // namespace
@@ -54,12 +53,12 @@ std::string uniqueFileName(std::string_view prefix)
     return std::string(prefix) + std::to_string(getpid()) + "." + randomHex(RANDOM_BYTES);
 }
 
-void removeStaleFiles(const std::string& directory, std::string_view prefix, int olderThanSeconds)
+void removeStaleFiles(const std::string& directory, std::string_view prefix)
 {
     for (const std::string& name : listDirectory(directory)) {
         const std::optional<pid_t> process = processOfName(name, prefix);
         const std::string path = std::string(directory).append("/").append(name);
-        if (process && processIsGone(*process) && isOldFile(path, olderThanSeconds))
+        if (process && processIsGone(*process) && isOldFile(path))
             unlink(path.c_str());
     }
 }

@@ -282,7 +282,7 @@ TEST_F(ReplaceFile, FailureKeepsTheOldFileAndLeavesNoTemporaryOne)
     EXPECT_EQ(readText(path), "old");
     EXPECT_THAT(tests::namesIn(directory), ElementsAre("file"));
     EXPECT_THAT(recordedLog(),
-                ElementsAre(RecordedEntry{16, "Unable to write " + path + ": it is too large", CONTEXT}));
+                ElementsAre(RecordedEntry{16, "Unable to write " + path + ": File too large", CONTEXT}));
 }
 
 TEST_F(ReplaceFile, FolderInTheWayIsAFailureThatNamesIt)
@@ -307,12 +307,29 @@ TEST_F(ReplaceFile, SweepsUpWhatAKilledProcessLeft)
     if (dead == 0)
         _exit(0);
     ASSERT_EQ(waitpid(dead, nullptr, 0), dead);
-    writeText(directory + "/.tq-new." + std::to_string(dead) + "." + hex, "half");
+    const std::string left = ".tq-new." + std::to_string(dead) + "." + hex;
     const std::string living = ".tq-new." + std::to_string(getppid()) + "." + hex;
-    writeText(directory + "/" + living, "another process is writing");
-    writeText(directory + "/.tq-new.notours", "kept");
+    for (const std::string& name : {left, living, std::string(".tq-new.notours")}) {
+        writeText(directory + "/" + name, "half");
+        tests::makeOlder(directory + "/" + name, 120);
+    }
     ASSERT_TRUE(tq::replaceFile(path, "text", 0600, CONTEXT));
     EXPECT_THAT(tests::namesIn(directory), UnorderedElementsAre("file", living, ".tq-new.notours"));
+}
+
+TEST_F(ReplaceFile, YoungTemporaryFileMayBelongToAProcessOfAnotherContainerAndStays)
+{
+    const std::string hex(32, 'a');
+    const pid_t dead = fork();
+    if (dead == 0)
+        _exit(0);
+    ASSERT_EQ(waitpid(dead, nullptr, 0), dead);
+    const std::string unseen = ".tq-new." + std::to_string(dead) + "." + hex;
+    const std::string sameNumber = ".tq-new." + std::to_string(getpid()) + "." + hex;
+    for (const std::string& name : {unseen, sameNumber})
+        writeText(directory + "/" + name, "being written");
+    ASSERT_TRUE(tq::replaceFile(path, "text", 0600, CONTEXT));
+    EXPECT_THAT(tests::namesIn(directory), UnorderedElementsAre("file", unseen, sameNumber));
 }
 
 TEST_F(DescriptorOwner, MovesReleasesAndClosesItsDescriptor)
@@ -346,10 +363,19 @@ TEST(WriteAll, EmptyTextIsWritten)
     EXPECT_TRUE(tq::writeAll(-1, ""));
 }
 
-TEST(FileFault, UnknownNumbersHaveTheSystemsWords)
+TEST(FileFault, OtherNumbersHaveTheSystemsWords)
 {
     EXPECT_EQ(tq::fileFault(EACCES), "Permission denied");
     EXPECT_EQ(tq::fileFault(ELOOP), "it is a symbolic link");
+}
+
+TEST(ErrorText, IsTheSystemsForEveryNumber)
+{
+    EXPECT_EQ(tq::errorText(EACCES), "Permission denied");
+    EXPECT_EQ(tq::errorText(ELOOP), "Too many levels of symbolic links");
+    EXPECT_EQ(tq::errorText(EMLINK), "Too many links");
+    EXPECT_EQ(tq::errorText(EINVAL), "Invalid argument");
+    EXPECT_EQ(tq::errorText(EFBIG), "File too large");
 }
 
 TEST(ListDirectory, UnreadableOneIsEmpty)

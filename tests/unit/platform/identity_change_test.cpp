@@ -2,13 +2,17 @@
 #include "platform/lockfile.h"
 #include "tests/unit/platform/identity_fixture.h"
 
+#include <cerrno>
 #include <csignal>
+#include <ctime>
 #include <functional>
 #include <gmock/gmock.h>
 #include <sys/ptrace.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 
 using fakes::countRecorded;
 using fakes::recordedLog;
@@ -24,8 +28,27 @@ using tests::writeText;
 
 namespace {
 
+constexpr int WAIT = -1;
+
+/// How many waits were skipped since it was set to 0; WAIT while none is to be.
+int waitsSkipped = WAIT;
+
+} // namespace
+
+/// In place of the C library's own.
+int clock_nanosleep(clockid_t clock, int flags, const timespec* time, timespec* left)
+{
+    if (waitsSkipped == WAIT)
+        return syscall(SYS_clock_nanosleep, clock, flags, time, left) == 0 ? 0 : errno;
+    ++waitsSkipped;
+    return 0;
+}
+
+namespace {
+
 using SaveIdentity = IdentityFixture;
 using RemoveIdentity = IdentityFixture;
+using TryIdentityStore = IdentityFixture;
 
 std::vector<tq::Identity> loaded()
 {
@@ -55,6 +78,13 @@ std::string markOf(const tq::Identity& identity)
                           readText(files.privateKey) == "key " + mark &&
                           readText(files.caCertificates) == "authority " + mark;
     return together ? mark : "(mixed)";
+}
+
+/// A minute passes for what a killed process left.
+void letTimePass()
+{
+    for (const std::string& name : namesIn(TQ_IDENTITY_DIR))
+        tests::makeOlder(std::string(TQ_IDENTITY_DIR) + "/" + name, 120);
 }
 
 /// Runs an action in a child process that is killed as it is about to make its n-th system call.
@@ -261,7 +291,7 @@ TEST_F(SaveIdentity, FailedWriteKeepsTheOldIdentityAndItsTokenAndLeavesNothing)
         const int status = tq::saveIdentity(identity("m1"), pem("b"), nullptr, &cause);
         setrlimit(RLIMIT_FSIZE, &unlimited);
         EXPECT_EQ(status, 14);
-        EXPECT_THAT(cause, MatchesRegex("Unable to write /usr/torqv/var/identity/.*: it is too large"));
+        EXPECT_THAT(cause, MatchesRegex("Unable to write /usr/torqv/var/identity/.*: File too large"));
         EXPECT_EQ(namesIn(directory), before);
         EXPECT_EQ(markOf(loaded().at(0)), "a");
     }
@@ -298,8 +328,80 @@ TEST_F(SaveIdentity, LockThatCannotBeMadeIsAFailure)
     std::filesystem::create_directory(directory + "/identity.lock");
     std::string cause;
     EXPECT_EQ(tq::saveIdentity(identity("m1"), pem("a"), nullptr, &cause), 14);
-    EXPECT_THAT(cause, HasSubstr("Unable to lock /usr/torqv/var/identity/identity.lock"));
+    EXPECT_EQ(cause, "Unable to lock /usr/torqv/var/identity/identity.lock: it is not a regular file");
     EXPECT_EQ(tq::removeIdentity("m1", CERT_TYPE_HOST, nullptr), 14);
+}
+
+TEST_F(SaveIdentity, LockThatStaysBusyIsAFailureThatSaysSo)
+{
+    const TQLockFile other(TQ_IDENTITY_LOCK_FILE, 1, 0);
+    std::string cause;
+    waitsSkipped = 0;
+    EXPECT_EQ(tq::saveIdentity(identity("m1"), pem("a"), nullptr, &cause), 14);
+    EXPECT_EQ(std::exchange(waitsSkipped, WAIT), 999) << "of ten milliseconds each";
+    EXPECT_EQ(cause, "Unable to lock /usr/torqv/var/identity/identity.lock: another change is still running");
+}
+
+TEST_F(SaveIdentity, LoadingRemovesNothingThatAKilledOneLeft)
+{
+    store(identity("m1"), "a");
+    const std::string left = directory + "/host.m2.0123456789abcdef.key";
+    writeText(left, "key", 0600);
+    tests::makeOlder(left, 120);
+    EXPECT_THAT(summaries(), ElementsAre("m1 host id-of-m1"));
+    EXPECT_TRUE(std::filesystem::exists(left));
+    store(identity("m1"), "b");
+    EXPECT_FALSE(std::filesystem::exists(left));
+}
+
+TEST_F(TryIdentityStore, LeavesNothingButTheLock)
+{
+    std::filesystem::remove_all(TQ_VAR_DIR);
+    EXPECT_EQ(tq::tryIdentityStore("m1", CERT_TYPE_HOST), 0);
+    EXPECT_THAT(namesIn(directory), ElementsAre("identity.lock"));
+    const tq::Identity stored = store(identity("m1"), "a");
+    const std::set<std::string> before = namesIn(directory);
+    EXPECT_EQ(tq::tryIdentityStore("m1", CERT_TYPE_HOST), 0);
+    EXPECT_EQ(namesIn(directory), before);
+    EXPECT_EQ(markOf(stored), "a");
+    EXPECT_THAT(recordedLog(), IsEmpty());
+}
+
+TEST_F(TryIdentityStore, TakesTheSameServerNamesAsSaving)
+{
+    std::size_t longest = 0;
+    for (const cert_type type : {CERT_TYPE_HOST, CERT_TYPE_CLUSTER}) {
+        for (std::size_t length = 220; length <= 235; ++length) {
+            const std::string server(length, 'a');
+            const int tried = tq::tryIdentityStore(server, type);
+            EXPECT_EQ(tried, tq::saveIdentity(identity(server, type), pem("a"))) << length;
+            longest = tried == 0 ? std::max(longest, length) : longest;
+        }
+    }
+    EXPECT_EQ(longest, 229U) << "host names of files have room for it";
+    for (const char* server : {"", "../m1", "a/b"})
+        EXPECT_EQ(tq::tryIdentityStore(server, CERT_TYPE_HOST), 20) << server;
+    EXPECT_EQ(tq::tryIdentityStore("m1", CERT_TYPE_NONE), 20);
+}
+
+TEST_F(TryIdentityStore, DamagedStoreUnsafeDirectoryAndFullDiskHaveTheirStatus)
+{
+    rlimit unlimited{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &unlimited), 0);
+    std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit small{4096, unlimited.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    std::string cause;
+    const int full = tq::tryIdentityStore("m1", CERT_TYPE_HOST, &cause);
+    setrlimit(RLIMIT_FSIZE, &unlimited);
+    EXPECT_EQ(full, 14);
+    EXPECT_THAT(cause, MatchesRegex("Unable to write /usr/torqv/var/identity/host.m1.*: File too large"));
+    EXPECT_THAT(namesIn(directory), ElementsAre("identity.lock"));
+
+    writeText(storeFile, "{", 0600);
+    EXPECT_EQ(tq::tryIdentityStore("m1", CERT_TYPE_HOST), 7611);
+    chmod(directory.c_str(), 0755);
+    EXPECT_EQ(tq::tryIdentityStore("m1", CERT_TYPE_HOST), 7611);
 }
 
 TEST_F(SaveIdentity, KilledAtAnySystemCallKeyAndCertificateMatchAndTheNextRunHeals)
@@ -319,6 +421,7 @@ TEST_F(SaveIdentity, KilledAtAnySystemCallKeyAndCertificateMatchAndTheNextRunHea
         const std::string mark = markOf(loaded().at(0));
         ASSERT_THAT(mark, testing::AnyOf("old", "new"));
         sawOld += mark == "old" ? 1 : 0;
+        letTimePass();
         const tq::Identity healed = store(identity("m1"), "healed");
         ASSERT_THAT(namesIn(directory),
                     UnorderedElementsAre("identity.json", "identity.lock", healed.certificate,
@@ -396,6 +499,7 @@ TEST_F(RemoveIdentity, KilledAtAnySystemCallTheRerunCompletes)
         ++killed;
         for (const tq::Identity& one : loaded())
             ASSERT_NE(markOf(one), "(mixed)");
+        letTimePass();
         const int status = tq::removeIdentity("m1", CERT_TYPE_HOST);
         ASSERT_THAT(status, testing::AnyOf(0, 7612));
         ASSERT_THAT(summaries(), ElementsAre("m2 host id-of-m2"));

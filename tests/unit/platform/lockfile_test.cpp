@@ -4,6 +4,7 @@
 #include "tests/unit/platform/test_files.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstddef>
@@ -219,6 +220,16 @@ TEST_F(LockFile, WhatIsNoRegularFileIsRefusedWithOneEntry)
     EXPECT_EQ(TQLockFile(path, 10, 5).fd, -1);
     EXPECT_EQ(TQLockFile("/dev/null", 10, 5).fd, -1);
     EXPECT_EQ(recordedLog().size(), 4U);
+}
+
+TEST_F(LockFile, TellsABusyLockFromOneThatFailed)
+{
+    const TQLockFile held(path, 1, 0);
+    EXPECT_EQ(held.error, 0);
+    EXPECT_EQ(TQLockFile(path, 2, 1).error, EWOULDBLOCK);
+    std::filesystem::create_symlink(path, directory + "/link");
+    EXPECT_EQ(TQLockFile(directory + "/link", 1, 0).error, ELOOP);
+    EXPECT_EQ(TQLockFile(directory + "/none/some.lock", 1, 0).error, ENOENT);
 }
 
 TEST_F(LockFile, MissingFolderIsRefusedWithOneEntry)

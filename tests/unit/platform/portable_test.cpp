@@ -37,13 +37,6 @@ pid_t deadProcess()
     return child;
 }
 
-void makeOlder(const std::string& path, int seconds)
-{
-    const timespec time{std::time(nullptr) - seconds, 0};
-    const timespec times[2] = {time, time};
-    ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW), 0);
-}
-
 const std::string HEX = "0123456789abcdef0123456789abcdef";
 
 /// The environment as a test sets it, put back at its end.
@@ -87,7 +80,7 @@ TEST(Tempnam, FirstCallSweepsStaleFilesOfItsPrefixAndOnlyThose)
     const std::string dead = std::to_string(deadProcess());
     const auto add = [&](const std::string& name, int age) {
         writeText(directory + "/" + name, "left behind");
-        makeOlder(directory + "/" + name, age);
+        tests::makeOlder(directory + "/" + name, age);
         return name;
     };
     add("SystemCmd" + dead + "." + HEX, 120);
@@ -103,10 +96,10 @@ TEST(Tempnam, FirstCallSweepsStaleFilesOfItsPrefixAndOnlyThose)
     const std::string huge = add("SystemCmd99999999999999999999." + HEX, 120);
     const std::string folder = "SystemCmd" + dead + "." + std::string(32, 'a');
     std::filesystem::create_directory(directory + "/" + folder);
-    makeOlder(directory + "/" + folder, 120);
+    tests::makeOlder(directory + "/" + folder, 120);
     const std::string link = "SystemCmd" + dead + "." + std::string(32, 'b');
     std::filesystem::create_symlink("/tmp/nowhere", directory + "/" + link);
-    makeOlder(directory + "/" + link, 120);
+    tests::makeOlder(directory + "/" + link, 120);
 
     tempnamText(directory.c_str(), "SystemCmd");
     EXPECT_THAT(tests::namesIn(directory),

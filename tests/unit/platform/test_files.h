@@ -1,6 +1,8 @@
 /// Files of the tests of platform/, below the sandbox's own /usr/torqv and /tmp.
 #pragma once
 
+#include <ctime>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <set>
@@ -41,6 +43,15 @@ inline mode_t modeOf(const std::string& path)
 {
     struct stat status {};
     return lstat(path.c_str(), &status) == 0 ? status.st_mode & 07777U : 0;
+}
+
+/// Sets a file's times some seconds back.
+inline void makeOlder(const std::string& path, int seconds)
+{
+    const timespec time{std::time(nullptr) - seconds, 0};
+    const timespec times[2] = {time, time};
+    if (utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW) != 0)
+        throw std::runtime_error("cannot set the time of " + path);
 }
 
 /// An empty directory that exists for the test.
