@@ -9,6 +9,7 @@
 #include "hostdb/web_service_exception.h"
 #include "platform/config.h"
 #include "platform/debuglog.h"
+#include "platform/file_io.h"
 #include "platform/paths.h"
 #include "platform/portable.h"
 #include "platform/release.h"
@@ -58,7 +59,7 @@ void openDebugLog()
     const int error = errno;
     if (debugFD < 0 && is_user_admin(2) != 0) {
         // There is no log that could say it.
-        std::cerr << CmdName << ": cannot open the debug log in " << directory << ": " << std::strerror(error)
+        std::cerr << CmdName << ": cannot open the debug log in " << directory << ": " << tq::fileFault(error)
                   << '\n';
         CmdExit(EC_file_open_failed);
     }

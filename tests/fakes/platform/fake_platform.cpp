@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <arpa/inet.h>
 #include <cctype>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
@@ -101,6 +102,7 @@ int open_debug_log(const char* directory, const char* subdirectory, const char* 
     note("open_debug_log", directory, subdirectory, program, mode, *flag);
     platform().maskAtDebugLogOpen = umask(0);
     umask(platform().maskAtDebugLogOpen);
+    errno = platform().debugLogError;
     return platform().debugLogDescriptor;
 }
 

@@ -64,6 +64,7 @@ struct Platform {
 
     // debuglog.h
     int debugLogDescriptor = 3;
+    int debugLogError = 0;         ///< errno after an open_debug_log
     mode_t maskAtDebugLogOpen = 0; ///< the process's file-creation mask at the last open_debug_log
 
     // config.h
