@@ -6,15 +6,19 @@
 #include "enroll/identity_list.h"
 #include "platform/config.h"
 #include "platform/debuglog.h"
+#include "platform/file_io.h"
+#include "platform/json.h"
 #include "platform/server_name.h"
 #include "platform/status.h"
 #include "platform/url.h"
 #include "platform/user.h"
 
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <cstring>
 #include <ctime>
 #include <ostream>
+#include <sstream>
 #include <sys/stat.h>
 
 namespace enroll {
@@ -26,11 +30,10 @@ constexpr const char* INVITATION_OPTION = "--invitation";
 constexpr int LOG_MODE = 0644;
 
 constexpr const char* FOOTER =
-    "Exit status: 0 done; 1 internal failure; 2 the command line is wrong; 3 not root; 4 the server is not "
-    "reachable; 5 the server is not trusted; 6 the authority has another fingerprint; 7 the invitation is "
-    "unknown, used or expired; 8 the server's answer cannot be used; 9 the identity store is damaged or "
-    "cannot "
-    "be written; 10 there is no such identity.";
+    "Exit status: 0 done; 1 internal failure, or a result that could not be shown; 2 the command line is "
+    "wrong; 3 not root; 4 the server is not reachable; 5 the server is not trusted; 6 the authority has "
+    "another fingerprint; 7 the invitation is unknown, used or expired; 8 the server's answer cannot be used; "
+    "9 the identity store is damaged or cannot be written; 10 there is no such identity.";
 
 struct Arguments {
     std::string server;
@@ -74,6 +77,17 @@ void hideInvitation(int argc, char** argv)
     throw Failure(ExitStatus::usage, sentence);
 }
 
+/// Writes a result; `what` begins the sentence about one that did not get out.
+void show(std::ostream& out, const std::string& text, const std::string& what)
+{
+    errno = 0;
+    out << text << std::flush;
+    const int cause = errno;
+    if (!out)
+        throw Failure(ExitStatus::failed, what + " could not be written to standard output" +
+                                              (cause != 0 ? ": " + tq::errorText(cause) : ""));
+}
+
 void requireServer(const Arguments& arguments)
 {
     if (arguments.server.empty())
@@ -95,6 +109,8 @@ void runEnrollment(const Arguments& arguments, int port, std::ostream& out)
     requireServer(arguments);
     if (arguments.invitation.empty())
         failUsage("the option --invitation is missing");
+    if (!tq::JsonRef(json_stringn(arguments.invitation.data(), arguments.invitation.size())))
+        failUsage("the invitation is not UTF-8 text");
     const std::optional<std::string> fingerprint = parseFingerprint(arguments.fingerprint);
     if (!fingerprint)
         failUsage("the option --fingerprint needs the 64 hexadecimal digits of a SHA-256 fingerprint");
@@ -104,8 +120,10 @@ void runEnrollment(const Arguments& arguments, int port, std::ostream& out)
     const tq::Identity identity = enroll(order, tq::webLimits(tq::readPlatformSettings()));
     const std::string end =
         describeEnd(certificateFileEnd(tq::identityFiles(identity).certificate), std::time(nullptr));
-    out << "Enrolled with " << identity.server << " as " << tq::certTypeName(identity.certType) << ' '
-        << identity.hostName << ", host id " << identity.hostId << "; the certificate ends " << end << '\n';
+    show(out,
+         "Enrolled with " + identity.server + " as " + tq::certTypeName(identity.certType) + ' ' +
+             identity.hostName + ", host id " + identity.hostId + "; the certificate ends " + end + '\n',
+         "this host is enrolled, but the report of it");
 }
 
 void runList(std::ostream& out)
@@ -117,7 +135,7 @@ void runList(std::ostream& out)
     if (status != EC_success && status != EC_identity_store_missing)
         throw Failure(ExitStatus::storeFailed, "the identity store cannot be used: " + cause);
     const std::string table = formatIdentities(identities, std::time(nullptr));
-    out << (table.empty() ? "This host has no identities.\n" : table);
+    show(out, table.empty() ? "This host has no identities.\n" : table, "the list of identities");
 }
 
 void runRemoval(const Arguments& arguments, std::ostream& out)
@@ -128,7 +146,8 @@ void runRemoval(const Arguments& arguments, std::ostream& out)
     const std::string type = tq::certTypeName(arguments.certType());
     switch (tq::removeIdentity(arguments.server, arguments.certType(), &cause)) {
     case EC_success:
-        out << "Removed the " << type << " identity towards " << arguments.server << '\n';
+        show(out, "Removed the " + type + " identity towards " + arguments.server + '\n',
+             "the identity is removed, but the report of it");
         return;
     case EC_identity_store_missing:
     case EC_identity_not_found:
@@ -155,23 +174,33 @@ void runRequested(const Arguments& arguments, int port, std::ostream& out)
     }
 }
 
-} // namespace
-
-int runCommand(int argc, char** argv, std::ostream& out, std::ostream& err, int port)
+void parseAndRun(int argc, char** argv, int port, std::ostream& out)
 {
     Arguments arguments;
     CLI::App app("Gives this host an identity towards a master server.", PROGRAM);
     defineOptions(app, arguments);
-    ExitStatus status = ExitStatus::done;
     try {
         app.parse(argc, argv);
-        hideInvitation(argc, argv);
-        umask(S_IWGRP | S_IWOTH);
-        int unused = 0;
-        open_debug_log(TQ_LOG_DIR, TQ_LOG_SUBDIR, PROGRAM, LOG_MODE, &unused);
-        runRequested(arguments, port, out);
     } catch (const CLI::Success& help) {
-        app.exit(help, out, err);
+        std::ostringstream text;
+        app.exit(help, text, text);
+        show(out, text.str(), "the help");
+        return;
+    }
+    hideInvitation(argc, argv);
+    umask(S_IWGRP | S_IWOTH);
+    int unused = 0;
+    open_debug_log(TQ_LOG_DIR, TQ_LOG_SUBDIR, PROGRAM, LOG_MODE, &unused);
+    runRequested(arguments, port, out);
+}
+
+} // namespace
+
+int runCommand(int argc, char** argv, std::ostream& out, std::ostream& err, int port)
+{
+    ExitStatus status = ExitStatus::done;
+    try {
+        parseAndRun(argc, argv, port, out);
     } catch (const CLI::ParseError& fault) {
         status = ExitStatus::usage;
         err << PROGRAM << ": " << fault.what() << ".\n";

@@ -9,7 +9,7 @@ namespace enroll {
 /// Exit statuses of tqenroll; the help text lists them.
 enum class ExitStatus : int {
     done = 0,
-    failed = 1,            ///< an internal failure
+    failed = 1,            ///< an internal failure, or a result that could not be shown
     usage = 2,             ///< the command line is wrong
     notRoot = 3,           ///< only root may do this
     notReachable = 4,      ///< the server cannot be reached or does not answer in time

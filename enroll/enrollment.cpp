@@ -8,8 +8,6 @@
 #include "platform/json.h"
 #include "platform/status.h"
 
-#include <vector>
-
 namespace enroll {
 
 namespace {
@@ -18,30 +16,33 @@ constexpr const char* ENROLLMENT_PATH = "torquenix/security/enrollments";
 constexpr std::int64_t HTTP_CREATED = 201;
 constexpr std::int64_t HTTP_FORBIDDEN = 403;
 
+/// Ends of the sentence about a failure after the invitation was sent.
+constexpr const char* MAYBE_SPENT = "; the invitation may be spent, so ask for a new one";
+constexpr const char* SPENT = "; the invitation is spent, so ask for a new one";
+
 /// An invitation is spent by its first use, so a store that could not take the identity is found out before.
-void requireUsableStore()
+void requireUsableStore(const EnrollmentOrder& order)
 {
     std::string cause;
-    int status = tq::makeIdentityDirectory(&cause);
-    std::vector<tq::Identity> identities;
-    if (status == EC_success)
-        status = tq::loadIdentityStore(identities, &cause);
-    if (status != EC_success && status != EC_identity_store_missing)
+    if (tq::tryIdentityStore(order.server, order.certType, &cause) != EC_success)
         throw Failure(ExitStatus::storeFailed, "the identity store cannot be used: " + cause);
 }
 
 [[noreturn]] void failTransfer(const EnrollmentOrder& order, const tq::TransferResult& result)
 {
     const std::string server = "server " + order.server + " on port " + std::to_string(order.port);
+    const std::string cause = ": " + result.cause + (result.sent ? MAYBE_SPENT : "");
     switch (result.status) {
     case EC_cannot_connect:
     case EC_web_timeout:
-        throw Failure(ExitStatus::notReachable, server + " is not reachable: " + result.cause);
+        throw Failure(ExitStatus::notReachable, server + " is not reachable" + cause);
     case EC_web_not_trusted:
     case EC_web_certificate_refused:
-        throw Failure(ExitStatus::notTrusted, server + " is not trusted: " + result.cause);
+        throw Failure(ExitStatus::notTrusted, server + " is not trusted" + cause);
+    case EC_web_request_failed: // on this side
+        throw Failure(ExitStatus::failed, "this host could not ask " + server + cause);
     default:
-        throw Failure(ExitStatus::replyUnusable, server + " gave no usable answer: " + result.cause);
+        throw Failure(ExitStatus::replyUnusable, server + " gave no usable answer" + cause);
     }
 }
 
@@ -91,21 +92,32 @@ std::string redeemInvitation(const EnrollmentOrder& order, const std::string& au
                           " does not take the invitation, which is unknown, used or expired");
     if (reply.status != HTTP_CREATED)
         throw Failure(ExitStatus::replyUnusable, "server " + order.server + " did not enrol this host: " +
-                                                     tq::describeAnswer(reply.status, reply.body));
+                                                     tq::describeAnswer(reply.status, reply.body) +
+                                                     MAYBE_SPENT);
     return reply.body;
+}
+
+EnrollmentReply checkedReply(const EnrollmentOrder& order, const std::string& answer, const EVP_PKEY& key)
+{
+    try {
+        return parseEnrollmentReply(answer, key);
+    } catch (const UnusableReply& fault) {
+        throw Failure(ExitStatus::replyUnusable,
+                      "the answer of server " + order.server + " cannot be used: " + fault.what() + SPENT);
+    }
 }
 
 } // namespace
 
 tq::Identity enroll(const EnrollmentOrder& order, const tq::WebLimits& limits)
 {
-    requireUsableStore();
+    requireUsableStore(order);
     const std::string authority = trustedAuthority(order, limits);
     const tq::Key key = tq::generateKey();
     if (!key)
         throw Failure(ExitStatus::failed, "no key could be made");
     const std::string answer = redeemInvitation(order, authority, requestBody(order, *key), limits);
-    const EnrollmentReply reply = parseEnrollmentReply(answer, *key);
+    const EnrollmentReply reply = checkedReply(order, answer, *key);
 
     tq::Identity identity;
     identity.server = order.server;
@@ -117,8 +129,7 @@ tq::Identity enroll(const EnrollmentOrder& order, const tq::WebLimits& limits)
     const tq::IdentityPem pem{reply.certificate, tq::keyToPem(*key), reply.caCertificates};
     std::string cause;
     if (tq::saveIdentity(identity, pem, &identity, &cause) != EC_success)
-        throw Failure(ExitStatus::storeFailed,
-                      "the new identity could not be stored, and the invitation is spent: " + cause);
+        throw Failure(ExitStatus::storeFailed, "the new identity could not be stored: " + cause + SPENT);
     return identity;
 }
 

@@ -17,7 +17,7 @@ struct EnrollmentOrder {
 };
 
 /// Enrols, and adds the identity to the store, where it takes the place of an earlier one of the same server
-/// and type. In this order: the store can be used; the server's authority has the fingerprint, over a
+/// and type. In this order: the store can be written; the server's authority has the fingerprint, over a
 /// connection that sends nothing; the invitation goes over a second connection that trusts this authority
 /// alone and whose server has the right name; the answer is what was asked for; key and certificate are
 /// stored together. Returns the identity. Throws Failure; the store is then as it was.

@@ -1,6 +1,5 @@
 #include "enroll/enrollment_reply.h"
 
-#include "enroll/enroll_failure.h"
 #include "platform/json.h"
 #include "platform/server_name.h"
 
@@ -15,7 +14,7 @@ constexpr std::size_t REPLY_MAX_BYTES = std::size_t{1} << 20U;
 
 [[noreturn]] void refuse(const std::string& fault)
 {
-    throw Failure(ExitStatus::replyUnusable, "the server's answer cannot be used: " + fault);
+    throw UnusableReply(fault);
 }
 
 bool isHexDigit(char digit)

@@ -10,6 +10,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sstream>
+#include <utility>
 #include <vector>
 
 using fakes::TlsTestServer;
@@ -38,7 +39,8 @@ struct CommandRun {
     std::vector<std::string> argv; ///< as the process's command line shows them afterwards
 };
 
-CommandRun run(const std::vector<std::string>& arguments, int port = 1)
+/// Runs the command; `output` takes its standard output instead of the result's `out`.
+CommandRun run(const std::vector<std::string>& arguments, int port = 1, std::ostream* output = nullptr)
 {
     CommandRun result;
     result.argv = arguments;
@@ -49,7 +51,8 @@ CommandRun run(const std::vector<std::string>& arguments, int port = 1)
     argv.push_back(nullptr);
     std::ostringstream out;
     std::ostringstream err;
-    result.status = enroll::runCommand(static_cast<int>(result.argv.size()), argv.data(), out, err, port);
+    result.status = enroll::runCommand(static_cast<int>(result.argv.size()), argv.data(),
+                                       output != nullptr ? *output : out, err, port);
     result.out = out.str();
     result.err = err.str();
     return result;
@@ -162,6 +165,7 @@ TEST_F(EnrollCommandTest, WrongCommandLinesAre2WithOneSentence)
         {"--server", "daemon", "--invitation", "i", "--fingerprint", GOOD_FINGERPRINT},
         {"--server", "user@host", "--invitation", "i", "--fingerprint", GOOD_FINGERPRINT},
         {"--server", ".s", "--invitation", "i", "--fingerprint", GOOD_FINGERPRINT},
+        {"--server", "s", "--invitation", "\xFF", "--fingerprint", GOOD_FINGERPRINT},
         {"--list", "--server", "s"},
         {"--list", "--remove"},
         {"--list", "--cluster"},
@@ -175,6 +179,31 @@ TEST_F(EnrollCommandTest, WrongCommandLinesAre2WithOneSentence)
         EXPECT_EQ(result.out, "");
     }
     EXPECT_FALSE(std::filesystem::exists(TQ_VAR_DIR));
+}
+
+TEST_F(EnrollCommandTest, AnInvitationThatIsNotUtf8IsNamed)
+{
+    EXPECT_EQ(run({"--server", "s", "--invitation", "a\xC3", "--fingerprint", GOOD_FINGERPRINT}).err,
+              "tqenroll: the invitation is not UTF-8 text.\n");
+}
+
+TEST_F(EnrollCommandTest, AResultThatCannotBeWrittenIs1WithOneSentence)
+{
+    const TlsTestServer& server = master_.start();
+    const std::pair<std::vector<std::string>, const char*> cases[] = {
+        {{"--help"}, "the help"},
+        {{"--list"}, "the list of identities"},
+        {enrolment(), "this host is enrolled, but the report of it"},
+        {{"--remove", "--server", "localhost"}, "the identity is removed, but the report of it"},
+    };
+    for (const auto& [arguments, what] : cases) {
+        std::ofstream full("/dev/full");
+        ASSERT_TRUE(full);
+        const CommandRun result = run(arguments, server.port(), &full);
+        EXPECT_EQ(result.status, 1) << what;
+        EXPECT_EQ(result.err, std::string("tqenroll: ") + what +
+                                  " could not be written to standard output: No space left on device.\n");
+    }
 }
 
 TEST_F(EnrollCommandTest, HelpNamesTheExitStatuses)

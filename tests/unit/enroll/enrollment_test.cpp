@@ -6,22 +6,35 @@
 #include "tests/fakes/log/recording_log.h"
 #include "tests/unit/enroll/enrolling_server.h"
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <openssl/ssl.h>
 #include <optional>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
 
 using enroll::EnrollmentOrder;
 using enroll::ExitStatus;
 using enroll::Failure;
 using fakes::TlsTestServer;
+using ::testing::AllOf;
+using ::testing::ContainsRegex;
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::Not;
+using ::testing::StartsWith;
 
 namespace {
+
+constexpr const char* SPENT = "; the invitation is spent, so ask for a new one";
+constexpr const char* MAYBE_SPENT = "; the invitation may be spent, so ask for a new one";
 
 class EnrollmentTest : public ::testing::Test {
 protected:
@@ -37,7 +50,7 @@ protected:
     {
         tq::WebLimits made;
         made.connectMs = connectMs_;
-        made.totalMs = 30'000;
+        made.totalMs = totalMs_;
         return made;
     }
 
@@ -63,6 +76,33 @@ protected:
         return "";
     }
 
+    /// The same in a process that has a file system of its own for the store's parent.
+    [[nodiscard]] std::string sentenceOnDisk(const EnrollmentOrder& order, const char* options,
+                                             unsigned long flags) const
+    {
+        int ends[2];
+        EXPECT_EQ(pipe(ends), 0);
+        const std::string user = "0 " + std::to_string(geteuid()) + " 1";
+        const std::string group = "0 " + std::to_string(getegid()) + " 1";
+        const pid_t child = fork();
+        if (child == 0) {
+            const auto tell = [](const char* file, const std::string& text) {
+                return static_cast<bool>(std::ofstream(std::string("/proc/self/") + file)
+                                         << text << std::flush);
+            };
+            const bool mounted = unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0 && tell("uid_map", user) &&
+                                 tell("setgroups", "deny") && tell("gid_map", group) &&
+                                 mount("none", TQ_VAR_DIR, "tmpfs", flags, options) == 0;
+            const std::string sentence = mounted ? failureOf(order, ExitStatus::storeFailed) : "not mounted";
+            _exit(tq::writeAll(ends[1], sentence) ? 0 : 1);
+        }
+        close(ends[1]);
+        const std::string sentence = tq::readRest(ends[0], 100'000).value_or("");
+        close(ends[0]);
+        waitpid(child, nullptr, 0);
+        return sentence;
+    }
+
     static mode_t modeOf(const std::string& path)
     {
         struct stat facts {};
@@ -72,6 +112,7 @@ protected:
 
     EnrollingServer master_;
     std::int64_t connectMs_ = 20'000;
+    std::int64_t totalMs_ = 30'000;
 };
 
 } // namespace
@@ -248,7 +289,9 @@ TEST_F(EnrollmentTest, OtherAnswersAreUnusableAndLeaveTheStoreAsItWas)
          {fakes::answer(500, "{}"), fakes::answer(200, "{}"), fakes::answer(201, "{}"),
           fakes::answer(201, ""), fakes::answer(302, ""), cut}) {
         master_.instead = [&](const fakes::SeenRequest&) { return given; };
-        failureOf(order(master_.start()), ExitStatus::replyUnusable);
+        const std::string sentence = failureOf(order(master_.start()), ExitStatus::replyUnusable);
+        EXPECT_THAT(sentence, HasSubstr("server localhost"));
+        EXPECT_THAT(sentence, ContainsRegex("; the invitation (is|may be) spent, so ask for a new one$"));
     }
     ASSERT_EQ(stored().size(), 1U);
     EXPECT_EQ(tq::identityFiles(stored()[0]).privateKey, key);
@@ -281,5 +324,89 @@ TEST_F(EnrollmentTest, AStoreThatBecomesUnusableMeanwhileSaysThatTheInvitationIs
         return master_.enrol(request);
     };
     server = &master_.start();
-    EXPECT_THAT(failureOf(order(*server), ExitStatus::storeFailed), HasSubstr("the invitation is spent"));
+    EXPECT_THAT(failureOf(order(*server), ExitStatus::storeFailed),
+                AllOf(HasSubstr("could not be stored: "), EndsWith(SPENT)));
+}
+
+TEST_F(EnrollmentTest, AnAnswerThatCannotBeUsedNamesTheServerAndSaysThatTheInvitationIsSpent)
+{
+    master_.instead = [](const fakes::SeenRequest&) { return fakes::answer(201, R"({"hostId": "h1"})"); };
+    EXPECT_EQ(failureOf(order(master_.start()), ExitStatus::replyUnusable),
+              std::string("the answer of server localhost cannot be used: \"hostId\" is not a UUID") + SPENT);
+}
+
+TEST_F(EnrollmentTest, ALostOrLateAnswerSaysThatTheInvitationMayBeSpent)
+{
+    fakes::ServerAnswer lost;
+    lost.close = true;
+    master_.instead = [&](const fakes::SeenRequest&) { return lost; };
+    EXPECT_THAT(failureOf(order(master_.start()), ExitStatus::replyUnusable), EndsWith(MAYBE_SPENT));
+
+    totalMs_ = 1500;
+    master_.instead = [](const fakes::SeenRequest&) {
+        std::this_thread::sleep_for(std::chrono::seconds(3));
+        return fakes::answer(201, "{}");
+    };
+    EXPECT_THAT(failureOf(order(master_.start()), ExitStatus::notReachable),
+                AllOf(HasSubstr("in time"), EndsWith(MAYBE_SPENT)));
+}
+
+TEST_F(EnrollmentTest, BeforeTheInvitationIsSentNothingIsSaidOfItsEnd)
+{
+    EnrollmentOrder nobody = order(master_.start());
+    nobody.port = fakes::closedPort();
+    EXPECT_THAT(failureOf(nobody, ExitStatus::notReachable), Not(HasSubstr("invitation")));
+    fakes::CertificateOptions other;
+    other.dnsNames = {"other.example"};
+    master_.show(fakes::makeCertificate(master_.authority, other));
+    EXPECT_THAT(failureOf(order(master_.start()), ExitStatus::notTrusted), Not(HasSubstr("invitation")));
+}
+
+TEST_F(EnrollmentTest, ARequestThatCouldNotBeMadeIsNotTheServersFault)
+{
+    const TlsTestServer& server = master_.start();
+    EnrollmentOrder unusable = order(server);
+    unusable.server = "user@localhost"; // the first connection refuses it
+    const std::string sentence = failureOf(unusable, ExitStatus::failed);
+    EXPECT_THAT(sentence, StartsWith("this host could not ask server user@localhost on port "));
+    EXPECT_THAT(sentence, Not(HasSubstr("answer")));
+    EXPECT_TRUE(server.requests().empty());
+}
+
+TEST_F(EnrollmentTest, AServerNameTooLongForTheStoresFilesIsFoundBeforeTheFirstConnection)
+{
+    const TlsTestServer& server = master_.start();
+    EnrollmentOrder tooLong = order(server);
+    tooLong.server = std::string(240, 'a');
+    EXPECT_THAT(failureOf(tooLong, ExitStatus::storeFailed),
+                AllOf(StartsWith("the identity store cannot be used: Unable to write "),
+                      EndsWith(": File name too long")));
+    EXPECT_EQ(server.connections(), 0);
+}
+
+TEST_F(EnrollmentTest, AFullOrReadOnlyDiskIsFoundBeforeTheFirstConnection)
+{
+    const TlsTestServer& server = master_.start();
+    std::filesystem::create_directories(TQ_VAR_DIR);
+    struct Case {
+        const char* size; ///< of the file system with the store
+        unsigned long flags;
+        const char* cause;
+    };
+    for (const Case& disk : {Case{"size=32k,mode=0755", 0, "No space left on device"},
+                             Case{"size=1m,mode=0755", MS_RDONLY, "Read-only file system"}}) {
+        const std::string sentence = sentenceOnDisk(order(server), disk.size, disk.flags);
+        EXPECT_THAT(sentence, AllOf(StartsWith("the identity store cannot be used: Unable to "),
+                                    EndsWith(std::string(": ") + disk.cause)));
+    }
+    EXPECT_EQ(server.connections(), 0);
+}
+
+TEST_F(EnrollmentTest, ALockThatCannotBeTakenIsFoundBeforeTheFirstConnection)
+{
+    ASSERT_EQ(tq::makeIdentityDirectory(), 0);
+    const TlsTestServer& server = master_.start();
+    std::filesystem::create_directory(TQ_IDENTITY_LOCK_FILE);
+    EXPECT_THAT(failureOf(order(server), ExitStatus::storeFailed), HasSubstr("Unable to lock "));
+    EXPECT_EQ(server.connections(), 0);
 }
