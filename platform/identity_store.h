@@ -71,12 +71,12 @@ const char* certTypeName(cert_type certType);
 /// Adds an identity, or replaces the one of the same server and type, whose files and token are then removed.
 /// The file names of `identity` are not read: the texts are stored under fresh names, and the store is
 /// replaced last, so that certificate and key that belong together take effect together and a killed process
-/// leaves the old identity whole. Files that a killed one left, keys among them, stay until the next change
-/// removes them: loading removes nothing. `stored` (may be null) receives the identity with its file names.
-/// Other entries stay as they are, with keys that this release
-/// does not know. A damaged store is not overwritten. One change at a time: waits up to 10 s for another one.
-/// Returns 0, 20 for an identity that could not be read back (bad server name, type or an empty text), 7611
-/// or 14.
+/// leaves the old identity whole. What a killed enrolment left, a key among it, stays until a later change
+/// removes it (half-written files once they are a minute old): loading removes nothing. `stored` (may be
+/// null) receives the identity with its file names. Other entries stay as they are, with keys that this
+/// release does not know. A damaged store is not overwritten. One change at a time: waits up to 10 s for
+/// another one. Returns 0, 20 for an identity that could not be read back (bad server name, type or an empty
+/// text), 7611 or 14.
 [[nodiscard]] int saveIdentity(const Identity& identity, const IdentityPem& pem, Identity* stored = nullptr,
                                std::string* cause = nullptr);
 
