@@ -6,7 +6,6 @@
 #include "platform/release.h"
 
 #include <CLI/CLI.hpp>
-#include <filesystem>
 #include <iostream>
 #include <sys/stat.h>
 
@@ -83,9 +82,15 @@ void defineCommands(CLI::App& app, Arguments& arguments)
     addHostOption(revoke, arguments);
 }
 
+/// As it stands, "link/.." and all: only the file system knows where that leads.
 std::string absolutePath(const std::string& path, const std::string& startFolder)
 {
-    return path.empty() ? path : (std::filesystem::path(startFolder) / path).lexically_normal().string();
+    if (path.empty() || path.front() == '/')
+        return path;
+    if (startFolder.empty())
+        throw CommandFailure(EXIT_FAILED, "the current folder cannot be read, so " + path +
+                                              " leads nowhere; give an absolute path");
+    return startFolder + '/' + path;
 }
 
 void runCommand(const std::string& command, Arguments& arguments, const std::string& startFolder)

@@ -16,6 +16,16 @@ namespace masterd {
 
 namespace {
 
+/// Standard output may be a file on a full disk; `loss` says what that means.
+void print(std::ostream& out, const std::string& text, const char* loss)
+{
+    errno = 0;
+    if (out << text << std::flush)
+        return;
+    const std::string cause = errno != 0 ? ": " + tq::errorText(errno) : "";
+    throw CommandFailure(EXIT_FAILED, "cannot write to standard output" + cause + "; " + loss);
+}
+
 /// Works on the database of a folder that init() completed.
 void withStore(const DataFolder& folder, const std::function<void(Store&)>& work)
 {
@@ -77,7 +87,8 @@ bool serveUntilSignal(MasterService& service, const sigset_t& signals)
 void runInit(const DataFolder& folder, const std::vector<std::string>& names, std::ostream& out)
 {
     const Authority authority = initDataFolder(folder, names);
-    out << "fingerprint: " << authority.fingerprint() << std::endl;
+    print(out, "fingerprint: " + authority.fingerprint() + '\n',
+          "the authority is made, and an invitation shows its fingerprint");
 }
 
 void runInvite(const DataFolder& folder, const InviteOptions& options, std::ostream& out)
@@ -86,8 +97,8 @@ void runInvite(const DataFolder& folder, const InviteOptions& options, std::ostr
         const Authority authority(loadKeyAndCertificate(folder.authorityFile()));
         const Secret invitation =
             store.invite(options.hostName, options.type, unixNow() + options.validSeconds);
-        out << "invitation: " << invitation.text() << "\nfingerprint: " << authority.fingerprint()
-            << std::endl;
+        print(out, "invitation: " + invitation.text() + "\nfingerprint: " + authority.fingerprint() + '\n',
+              "the invitation is lost, make another one");
     });
 }
 
@@ -97,8 +108,10 @@ void runRevoke(const DataFolder& folder, const std::string& hostName, std::ostre
         const Store::Revoked revoked = store.revoke(hostName, unixNow());
         if (revoked.identities + revoked.invitations == 0)
             throw CommandFailure(EXIT_FAILED, "no identity and no open invitation is for " + hostName);
-        out << "revoked identities: " << revoked.identities
-            << "\nwithdrawn invitations: " << revoked.invitations << std::endl;
+        print(out,
+              "revoked identities: " + std::to_string(revoked.identities) +
+                  "\nwithdrawn invitations: " + std::to_string(revoked.invitations) + '\n',
+              "it is done nevertheless");
     });
 }
 

@@ -1,4 +1,5 @@
-/// What each command of tqmasterd does. They throw CommandFailure when it cannot be done.
+/// What each command of tqmasterd does. They throw CommandFailure when it cannot be done, or its result
+/// cannot be printed.
 #pragma once
 
 #include "masterd/data_folder.h"

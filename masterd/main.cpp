@@ -6,7 +6,8 @@
 
 int main(int argc, char** argv)
 {
-    // Before the process leaves it: an administrator's relative paths count from here.
+    // Before the process leaves it: an administrator's relative paths count from here. Empty when it cannot
+    // be read.
     std::error_code ignored;
     const std::string startFolder = std::filesystem::current_path(ignored).string();
     tq::prepareProcess();

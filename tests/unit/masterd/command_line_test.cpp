@@ -27,7 +27,7 @@ protected:
         testing::internal::CaptureStdout();
         testing::internal::CaptureStderr();
         const int status =
-            masterd::runCommandLine(static_cast<int>(arguments.size()), arguments.data(), scratch_.path());
+            masterd::runCommandLine(static_cast<int>(arguments.size()), arguments.data(), startFolder_);
         out_ = testing::internal::GetCapturedStdout();
         err_ = testing::internal::GetCapturedStderr();
         return status;
@@ -44,6 +44,7 @@ protected:
 
     tests::TemporaryFolder scratch_;
     DataFolder folder_{scratch_.file("data")};
+    std::string startFolder_ = scratch_.path();
     std::string out_;
     std::string err_;
 };
@@ -130,6 +131,26 @@ TEST_F(CommandLine, DamagedDatabaseIsToldByName)
     EXPECT_EQ(err_, "tqmasterd: " + folder_.databaseFile() + ": file is not a database\n");
 }
 
+TEST_F(CommandLine, DotsAfterALinkLeadWhereTheFileSystemSays)
+{
+    std::filesystem::create_directories(scratch_.file("far/away"));
+    std::filesystem::create_directory_symlink(scratch_.file("far/away"), scratch_.file("link"));
+    ASSERT_EQ(run({"init", "--data", "link/../data", "--name", "localhost"}), 0) << err_;
+    EXPECT_TRUE(std::filesystem::exists(scratch_.file("far/data/authority.pem")));
+    EXPECT_FALSE(std::filesystem::exists(folder_.path()));
+    EXPECT_EQ(run({"invite", "--data", "link/../data/", "--host", "h1"}), 0) << err_;
+}
+
+TEST_F(CommandLine, RelativePathWithoutAStartFolderIsAnError)
+{
+    init();
+    startFolder_ = "";
+    EXPECT_EQ(run({"invite", "--data", "data", "--host", "h1"}), masterd::EXIT_FAILED);
+    EXPECT_EQ(err_, "tqmasterd: the current folder cannot be read, so data leads nowhere; give an absolute "
+                    "path\n");
+    EXPECT_EQ(run({"invite", "--data", folder_.path().c_str(), "--host", "h1"}), 0) << err_;
+}
+
 TEST_F(CommandLine, CommandLineThatIsWrongTouchesNothing)
 {
     const std::vector<std::vector<const char*>> wrong = {
@@ -162,6 +183,39 @@ TEST_F(CommandLine, HelpTellsTheExitStatuses)
     EXPECT_NE(out_.find("Exit status: 0 done; 1"), std::string::npos) << out_;
     EXPECT_EQ(run({"serve", "--help"}), 0);
     EXPECT_NE(out_.find("--listen"), std::string::npos) << out_;
+}
+
+/// A command whose standard output is a full disk.
+class FullDisk : public CommandLine {
+protected:
+    /// Exit status; standard error goes to err_.
+    int runOnFullDisk(std::vector<const char*> arguments)
+    {
+        arguments.insert(arguments.begin(), "tqmasterd");
+        const pid_t child = fork();
+        if (child == 0) {
+            dup2(open("/dev/full", O_WRONLY), STDOUT_FILENO);
+            dup2(open(scratch_.file("err").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDERR_FILENO);
+            _exit(masterd::runCommandLine(static_cast<int>(arguments.size()), arguments.data(),
+                                          scratch_.path()));
+        }
+        int status = 0;
+        waitpid(child, &status, 0);
+        err_ = tests::readText(scratch_.file("err"));
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+};
+
+TEST_F(FullDisk, ResultThatIsLostIsAFailure)
+{
+    const std::string begin = "tqmasterd: cannot write to standard output: No space left on device; ";
+    EXPECT_EQ(runOnFullDisk({"init", "--data", "data", "--name", "localhost"}), masterd::EXIT_FAILED);
+    EXPECT_EQ(err_, begin + "the authority is made, and an invitation shows its fingerprint\n");
+    EXPECT_EQ(runOnFullDisk({"invite", "--data", "data", "--host", "h1"}), masterd::EXIT_FAILED);
+    EXPECT_EQ(err_, begin + "the invitation is lost, make another one\n");
+    EXPECT_EQ(runOnFullDisk({"revoke", "--data", "data", "--host", "h1"}), masterd::EXIT_FAILED);
+    EXPECT_EQ(err_, begin + "it is done nevertheless\n");
+    EXPECT_EQ(run({"invite", "--data", "data", "--host", "h1"}), 0) << err_;
 }
 
 /// `tqmasterd serve` as a process of its own; its standard error goes to a file.
