@@ -5,7 +5,7 @@
 #include "platform/file_io.h"
 
 #include <cerrno>
-#include <fcntl.h>
+#include <filesystem>
 #include <sys/stat.h>
 
 namespace masterd {
@@ -16,11 +16,15 @@ constexpr mode_t FOLDER_MODE = 0700;
 constexpr mode_t FILE_MODE = 0600;
 constexpr std::size_t PEM_MAX_BYTES = std::size_t{1} << 20;
 constexpr const char* CONTEXT = "initDataFolder";
+/// What tq::replaceFile's names begin with until they are the file's.
+constexpr const char* UNFINISHED_PREFIX = ".tq-new.";
 
-[[noreturn]] void failOn(const std::string& action, const std::string& path)
+/// `words` turns errno into text.
+[[noreturn]] void failOn(const std::string& action, const std::string& path,
+                         std::string (*words)(int) = tq::errorText)
 {
     const int cause = errno;
-    throw CommandFailure(EXIT_FAILED, "cannot " + action + ' ' + path + ": " + tq::fileFault(cause));
+    throw CommandFailure(EXIT_FAILED, "cannot " + action + ' ' + path + ": " + words(cause));
 }
 
 bool exists(const std::string& path)
@@ -33,15 +37,37 @@ bool exists(const std::string& path)
     return false;
 }
 
-void makeFolder(const std::string& path)
+/// A folder that is somebody else's would lose its mode, and the data folder its privacy.
+void requireOwnNamesOnly(const DataFolder& folder)
 {
-    if (mkdir(path.c_str(), FOLDER_MODE) != 0 && errno != EEXIST)
-        failOn("make the folder", path);
-    struct stat status {};
-    if (stat(path.c_str(), &status) != 0)
-        failOn("look at", path);
-    if (!S_ISDIR(status.st_mode))
-        throw CommandFailure(EXIT_FAILED, path + " is not a folder");
+    std::error_code fault;
+    std::filesystem::directory_iterator entry(folder.path(), fault);
+    for (; !fault && entry != std::filesystem::directory_iterator(); entry.increment(fault)) {
+        if (const std::string name = entry->path().filename(); !folder.isOwnName(name))
+            throw CommandFailure(EXIT_FAILED, folder.path() + " is in use for something else: it holds \"" +
+                                                  name + "\"; nothing was changed");
+    }
+    if (fault)
+        throw CommandFailure(EXIT_FAILED, "cannot read the folder " + folder.path() + ": " + fault.message());
+}
+
+/// A run that was cut off may have made it, so the folder above is brought to the disk in any case.
+void makeFolder(const DataFolder& folder)
+{
+    const std::string& path = folder.path();
+    if (mkdir(path.c_str(), FOLDER_MODE) != 0) {
+        if (errno != EEXIST)
+            failOn("make the folder", path);
+        struct stat status {};
+        if (stat(path.c_str(), &status) != 0)
+            failOn("look at", path);
+        if (!S_ISDIR(status.st_mode))
+            throw CommandFailure(EXIT_FAILED, path + " is not a folder");
+        if (!exists(folder.authorityFile()))
+            requireOwnNamesOnly(folder);
+    }
+    if (!tq::syncDirectory(path + "/..") && errno != EACCES) // one that may not be read is another's affair
+        failOn("sync the folder above", path);
 }
 
 void writeFile(const std::string& path, const std::string& text)
@@ -61,18 +87,32 @@ void makeDatabase(const std::string& path)
 
 } // namespace
 
+bool DataFolder::isOwnName(const std::string& name) const
+{
+    const std::string path = path_ + '/' + name;
+    const std::string database = databaseFile();
+    for (const std::string& own : {authorityFile(), serverFile(), settingsFile(), lockFile(), database,
+                                   database + "-wal", database + "-shm", database + "-journal"}) {
+        if (path == own)
+            return true;
+    }
+    return name.rfind(UNFINISHED_PREFIX, 0) == 0;
+}
+
 DataFolderHold::DataFolderHold(const DataFolder& folder) : lock_(folder.lockFile(), 1, 0)
 {
     if (lock_.fd >= 0)
         return;
-    if (!tq::openOwnFile(folder.lockFile(), O_RDWR, 0, nullptr))
-        failOn("open", folder.lockFile());
+    if (lock_.error != EWOULDBLOCK) {
+        errno = lock_.error;
+        failOn("take the lock", folder.lockFile(), tq::fileFault);
+    }
     throw CommandFailure(EXIT_FOLDER_BUSY, "another tqmasterd is using the data folder " + folder.path());
 }
 
 Authority initDataFolder(const DataFolder& folder, const std::vector<std::string>& names)
 {
-    makeFolder(folder.path());
+    makeFolder(folder);
     const DataFolderHold hold(folder);
     if (exists(folder.authorityFile()))
         throw CommandFailure(EXIT_FAILED, folder.path() +
@@ -95,7 +135,7 @@ KeyAndCertificate loadKeyAndCertificate(const std::string& path)
     bool readFailed = false;
     const std::optional<std::string> text = tq::readFile(path, PEM_MAX_BYTES, &readFailed);
     if (!text)
-        failOn("read", path);
+        failOn("read", path, tq::fileFault);
     try {
         return fromPem(*text);
     } catch (const std::runtime_error& fault) {

@@ -46,14 +46,18 @@ public:
     /// Locked by whoever serves from or makes the folder.
     [[nodiscard]] std::string lockFile() const { return path_ + "/lock"; }
 
+    /// Whether a name in the folder is one of the above, or of what comes and goes beside them: SQLite's logs
+    /// and what a killed process left of a file that it was writing.
+    [[nodiscard]] bool isOwnName(const std::string& name) const;
+
 private:
     std::string path_;
 };
 
 /// Makes authority, server certificate (for `names`), database and settings, and the folder itself when it is
-/// absent. Returns the authority. Throws CommandFailure: when the folder holds an authority already, which
-/// then stays as it is; when another process holds it; when a file cannot be made. A run that was cut off is
-/// completed by the next one.
+/// absent. Returns the authority. Throws CommandFailure: when the folder holds an authority already, or
+/// anything that is not a data folder's, and then stays as it is; when another process holds it; when a file
+/// cannot be made. A run that was cut off is completed by the next one.
 Authority initDataFolder(const DataFolder& folder, const std::vector<std::string>& names);
 
 /// Key and certificate of a file. Throws CommandFailure naming the file.

@@ -1,10 +1,13 @@
 #include "masterd/data_folder.h"
 #include "masterd/store.h"
+#include "tests/unit/masterd/failing_calls.h"
 #include "tests/unit/masterd/temporary_folder.h"
 
+#include <cerrno>
 #include <functional>
 #include <gtest/gtest.h>
 #include <map>
+#include <sys/stat.h>
 
 namespace {
 
@@ -61,6 +64,60 @@ TEST_F(DataFolderTest, FolderThatExistsIsTakenWithWhatIsInIt)
     EXPECT_EQ(tests::readText(folder_.settingsFile()), "{\"certificateDays\": 5}");
 }
 
+TEST_F(DataFolderTest, FolderInUseForSomethingElseStaysAsItIs)
+{
+    std::filesystem::create_directory(folder_.path());
+    chmod(folder_.path().c_str(), 0755);
+    tests::writeText(folder_.path() + "/notes", "text");
+    std::string message;
+    EXPECT_EQ(failureOf([&] { initDataFolder(folder_, {"x"}); }, &message), masterd::EXIT_FAILED);
+    EXPECT_EQ(message,
+              folder_.path() + " is in use for something else: it holds \"notes\"; nothing was changed");
+    EXPECT_EQ(tests::modeOf(folder_.path()), 0755);
+    EXPECT_EQ(contents(), (std::map<std::string, std::string>{{"notes", "text"}}));
+}
+
+TEST_F(DataFolderTest, EmptyFolderBecomesTheOwnersAlone)
+{
+    std::filesystem::create_directory(folder_.path());
+    chmod(folder_.path().c_str(), 0755);
+    initDataFolder(folder_, {"localhost"});
+    EXPECT_EQ(tests::modeOf(folder_.path()), 0700);
+}
+
+TEST_F(DataFolderTest, FolderOfARunThatWasKilledIsNotForeign)
+{
+    initDataFolder(folder_, {"localhost"});
+    const std::string unfinished = tests::lastRenamed;
+    std::filesystem::rename(folder_.authorityFile(), unfinished); // as if it had come no further
+    ASSERT_EQ(std::filesystem::path(unfinished).parent_path(), folder_.path());
+    for (const char* suffix : {"-wal", "-shm", "-journal"})
+        tests::writeText(folder_.databaseFile() + suffix, "");
+    EXPECT_NO_THROW(initDataFolder(folder_, {"localhost"}));
+    EXPECT_TRUE(std::filesystem::exists(folder_.authorityFile()));
+}
+
+TEST_F(DataFolderTest, FolderAboveTheNewOneIsBroughtToTheDisk)
+{
+    tests::synced.clear();
+    initDataFolder(folder_, {"localhost"});
+    struct stat above {};
+    ASSERT_EQ(stat(scratch_.path().c_str(), &above), 0);
+    EXPECT_EQ(tests::synced.count(above.st_ino), 1U);
+}
+
+TEST_F(DataFolderTest, DataFolderUnderALinkIsUsedAsAnyOther)
+{
+    std::filesystem::create_directory(scratch_.file("real"));
+    std::filesystem::create_directory_symlink(scratch_.file("real"), scratch_.file("link"));
+    const DataFolder linked(scratch_.file("link/data"));
+    initDataFolder(linked, {"localhost"});
+    EXPECT_NO_THROW(masterd::Store(linked.databaseFile()));
+    EXPECT_TRUE(std::filesystem::exists(scratch_.file("real/data/authority.pem")));
+    const DataFolder link(scratch_.file("link"));
+    EXPECT_EQ(failureOf([&] { initDataFolder(link, {"localhost"}); }), masterd::EXIT_FAILED); // holds "data"
+}
+
 TEST_F(DataFolderTest, SecondAuthorityIsRefusedAndNothingIsLost)
 {
     initDataFolder(folder_, {"localhost"});
@@ -98,7 +155,17 @@ TEST_F(DataFolderTest, LockThatCannotBeOpenedIsNotCalledBusy)
 {
     std::string message;
     EXPECT_EQ(failureOf([&] { const DataFolderHold hold(folder_); }, &message), masterd::EXIT_FAILED);
-    EXPECT_EQ(message, "cannot open " + folder_.lockFile() + ": No such file or directory");
+    EXPECT_EQ(message, "cannot take the lock " + folder_.lockFile() + ": No such file or directory");
+}
+
+TEST_F(DataFolderTest, LockThatCannotBeTakenIsNotCalledBusy)
+{
+    initDataFolder(folder_, {"localhost"});
+    tests::lockFault = ENOLCK;
+    std::string message;
+    EXPECT_EQ(failureOf([&] { const DataFolderHold hold(folder_); }, &message), masterd::EXIT_FAILED);
+    tests::lockFault = 0;
+    EXPECT_EQ(message, "cannot take the lock " + folder_.lockFile() + ": No locks available");
 }
 
 TEST_F(DataFolderTest, PlaceThatCannotBeAFolderIsToldByName)

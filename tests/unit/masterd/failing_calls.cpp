@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <new>
 #include <sys/socket.h>
+#include <sys/stat.h>
 
 namespace {
 
@@ -47,6 +48,8 @@ extern "C" {
 
 int __real_accept4(int socket, sockaddr* address, socklen_t* length, int flags);
 int __real_flock(int descriptor, int operation);
+int __real_rename(const char* from, const char* to);
+int __real_fsync(int descriptor);
 
 int __wrap_accept4(int socket, sockaddr* address, socklen_t* length, int flags)
 {
@@ -64,5 +67,19 @@ int __wrap_flock(int descriptor, int operation)
         return -1;
     }
     return __real_flock(descriptor, operation);
+}
+
+int __wrap_rename(const char* from, const char* to)
+{
+    tests::lastRenamed = from;
+    return __real_rename(from, to);
+}
+
+int __wrap_fsync(int descriptor)
+{
+    struct stat status {};
+    if (fstat(descriptor, &status) == 0)
+        tests::synced.insert(status.st_ino);
+    return __real_fsync(descriptor);
 }
 }
