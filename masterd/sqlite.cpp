@@ -1,8 +1,9 @@
 #include "masterd/sqlite.h"
 
+#include "platform/file_io.h"
+
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <sqlite3.h>
 
 namespace masterd {
@@ -22,7 +23,7 @@ std::string withoutLinksBefore(const std::string& path)
     const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
     const std::unique_ptr<char, Release> resolved(realpath(folder.c_str(), nullptr));
     if (!resolved)
-        throw SqliteError("cannot look at its folder: " + std::string(std::strerror(errno)));
+        throw SqliteError("cannot look at its folder: " + tq::errorText(errno));
     return std::string(resolved.get()) + '/' + path.substr(slash == std::string::npos ? 0 : slash + 1);
 }
 
@@ -38,7 +39,7 @@ std::string lastFault(sqlite3* handle)
     if (code == SQLITE_CANTOPEN_SYMLINK)
         return fault + ": it is a symbolic link";
     if (const int cause = sqlite3_system_errno(handle); cause != 0)
-        fault += std::string(": ") + std::strerror(cause);
+        fault += ": " + tq::errorText(cause);
     return fault + " (SQLite " + std::to_string(code) + ')';
 }
 

@@ -107,14 +107,14 @@ TEST(ServiceThatCannotAccept, EndsAtOnceWhenThePortIsLost)
     RunningService service;
     RawTlsClient idle(service.port());
     ASSERT_TRUE(idle.connected());
+    testing::internal::CaptureStderr();
     tests::acceptFault = EBADF;
     const tq::FileDescriptor last = tests::connectTo(service.port());
     const auto start = steady_clock::now();
-    testing::internal::CaptureStderr();
     EXPECT_EQ(idle.receiveAll(), "");
     EXPECT_FALSE(service.stop());
     EXPECT_LT(steady_clock::now() - start, seconds(10));
-    testing::internal::GetCapturedStderr();
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "tqmasterd: accepting failed: Bad file descriptor\n");
 }
 
 TEST(ServiceAndStrangers, AreRefusedBeforeAnythingIsSaidAboutTheirBody)
