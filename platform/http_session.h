@@ -45,7 +45,7 @@ struct TransferResult {
 TransferResult transferResult(const TransferFault& fault, const char* words);
 
 /// Bytes of headers that a reply may have, those of interim replies included.
-inline constexpr std::size_t MAX_HEADER_BYTES = 64 * 1024;
+inline constexpr std::size_t MAX_HEADER_BYTES = std::size_t{64} << 10U;
 
 /// One libcurl handle. Its requests go to one server, one after the other over one connection while the
 /// server keeps that open. The server's name must stand in its certificate's subject alternative names, in

@@ -40,9 +40,9 @@ Attempt tryLock(const std::string& path, tq::FileDescriptor& file, int& error)
         }
     }
     if (flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
-        error = errno;
-        if (error == EWOULDBLOCK || error == EINTR)
+        if (errno == EWOULDBLOCK || errno == EINTR)
             return Attempt::busy;
+        error = errno;
         LogLine(LogLevel::error, CONTEXT) << "Unable to lock " << path << ": " << tq::errorText(error);
         return Attempt::failed;
     }
@@ -68,12 +68,13 @@ TQLockFile::TQLockFile(const std::string& path, int tries, int waitMs)
     timespec next{};
     clock_gettime(CLOCK_MONOTONIC, &next);
     tq::FileDescriptor file;
+    error = EWOULDBLOCK;
     for (int attempt = 0; attempt < tries; ++attempt) {
         const Attempt result = tryLock(path, file, error);
         if (result == Attempt::failed)
             return;
-        error = result == Attempt::taken ? 0 : EWOULDBLOCK;
         if (result == Attempt::taken) {
+            error = 0;
             futimens(file.get(), nullptr);
             fd = file.release();
             return;

@@ -153,9 +153,10 @@ TEST_F(LockFile, LockThatIsFreedDuringTheTriesIsTaken)
         _exit(0); // the last descriptor of the lock goes with the child
     }
     first.reset();
-    const int descriptor = TQLockFile(path, 1000, 5).fd;
+    const TQLockFile second(path, 1000, 5);
     waitpid(child, nullptr, 0);
-    EXPECT_GE(descriptor, 0);
+    EXPECT_GE(second.fd, 0);
+    EXPECT_EQ(second.error, 0);
 }
 
 TEST_F(LockFile, TakingItSetsTheFilesTime)
@@ -227,6 +228,7 @@ TEST_F(LockFile, TellsABusyLockFromOneThatFailed)
     const TQLockFile held(path, 1, 0);
     EXPECT_EQ(held.error, 0);
     EXPECT_EQ(TQLockFile(path, 2, 1).error, EWOULDBLOCK);
+    EXPECT_EQ(TQLockFile(path, 0, 1).error, EWOULDBLOCK);
     std::filesystem::create_symlink(path, directory + "/link");
     EXPECT_EQ(TQLockFile(directory + "/link", 1, 0).error, ELOOP);
     EXPECT_EQ(TQLockFile(directory + "/none/some.lock", 1, 0).error, ENOENT);
