@@ -5,6 +5,7 @@
 #include "sysinfo/host_info.h"
 #include "sysinfo/log_message.h"
 #include "sysinfo/os_info.h"
+#include "sysinfo/vm_info.h"
 
 #include <utility>
 
@@ -16,6 +17,7 @@ SystemInfoData runProbes()
 {
     const UnixHostInfo host;
     const UnixOsInfo os;
+    const LinuxVmInfo machine;
     const LinuxHardwareInfo hardware;
     SystemInfoData data;
     data.hostNames = host.getHostName();
@@ -25,6 +27,10 @@ SystemInfoData runProbes()
     data.tquClusterName = host.getTquClusterName();
     data.osName = os.getOsName();
     data.osVersion = os.getOsVersion();
+    data.isVm = machine.getIsVm() ? 1 : 0;
+    data.vmType = machine.getVmType();
+    data.vmID = machine.getVmID();
+    data.uVmType = machine.getUVmType();
     data.vendorName = hardware.getVendorName();
     data.modelName = hardware.getModelName();
     data.architecture = hardware.getArchitectureType();

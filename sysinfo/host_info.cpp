@@ -50,14 +50,19 @@ std::optional<std::string> configuredName(std::string line, const std::string& k
     return value;
 }
 
+std::string hostIdText(long hostId)
+{
+    const auto low = static_cast<std::uint32_t>(hostId);
+    if (low == 0)
+        return NULL_MARKER;
+    char text[16];
+    V_snprintf(text, sizeof text, "%x", low);
+    return text;
+}
+
 std::string UnixHostInfo::getHostID() const
 {
-    std::string id = NULL_MARKER;
-    if (const auto low = static_cast<std::uint32_t>(knet_gethostid()); low != 0) {
-        char text[16];
-        V_snprintf(text, sizeof text, "%x", low);
-        id = text;
-    }
+    const std::string id = hostIdText(knet_gethostid());
     logMessage(LogLevel::progress, "UnixHostInfo::getHostID", "hostID: %s", id.c_str());
     return id;
 }

@@ -33,4 +33,7 @@ public:
     std::list<std::string> getHostName() const;
 };
 
+/// Low 32 bits of a host identifier in lower-case hexadecimal; "<NULL>" when they are all 0.
+std::string hostIdText(long hostId);
+
 } // namespace SYSINFO_NAMESPACE

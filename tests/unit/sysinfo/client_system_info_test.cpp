@@ -3,6 +3,7 @@
 #include "sysinfo/hardware_info.h"
 #include "sysinfo/host_info.h"
 #include "sysinfo/os_info.h"
+#include "sysinfo/vm_info.h"
 #include "tests/fakes/platform/fake_platform.h"
 
 #include <gmock/gmock.h>
@@ -64,6 +65,26 @@ std::string UnixOsInfo::getOsName() const
 std::string UnixOsInfo::getOsVersion() const
 {
     return probe<std::string>("getOsVersion", "version");
+}
+
+bool LinuxVmInfo::getIsVm() const
+{
+    return probe("getIsVm", true);
+}
+
+long LinuxVmInfo::getVmType() const
+{
+    return probe("getVmType", 2L);
+}
+
+std::string LinuxVmInfo::getVmID() const
+{
+    return probe<std::string>("getVmID", "vm");
+}
+
+int LinuxVmInfo::getUVmType() const
+{
+    return probe("getUVmType", 5);
 }
 
 std::string LinuxHardwareInfo::getArchitectureType() const
@@ -132,15 +153,16 @@ TEST_F(GetClientSystemInfoOrder, ProbesRunOnceInTheFixedOrder)
 {
     EXPECT_EQ(GetClientSystemInfo(result), 0);
     EXPECT_THAT(calls, ElementsAre("getHostName", "getHostIP", "getHostID", "getTquClientName",
-                                   "getTquClusterName", "getOsName", "getOsVersion", "getVendorName",
-                                   "getModelName", "getArchitectureType", "getCpuType", "getProcessorCount",
+                                   "getTquClusterName", "getOsName", "getOsVersion", "getIsVm", "getVmType",
+                                   "getVmID", "getUVmType", "getVendorName", "getModelName",
+                                   "getArchitectureType", "getCpuType", "getProcessorCount",
                                    "getProcessorSocketCount", "getProcessorCoreCount", "getTotalMemory"));
     EXPECT_THAT(fakes::platform().log, IsEmpty());
 }
 
 TEST_F(GetClientSystemInfoOrder, EachAnswerReachesItsField)
 {
-    result.isVm = 1;
+    result.isVm = 7;
     EXPECT_EQ(GetClientSystemInfo(result), 0);
     EXPECT_EQ(result.osName, "os");
     EXPECT_EQ(result.osVersion, "version");
@@ -156,7 +178,10 @@ TEST_F(GetClientSystemInfoOrder, EachAnswerReachesItsField)
     EXPECT_EQ(result.processorCount, 3);
     EXPECT_EQ(result.processorSocketCount, 2);
     EXPECT_EQ(result.processorCoreCount, 1);
-    EXPECT_EQ(result.isVm, 0) << "the whole record is replaced";
+    EXPECT_EQ(result.isVm, 1);
+    EXPECT_EQ(result.vmType, 2);
+    EXPECT_EQ(result.vmID, "vm");
+    EXPECT_EQ(result.uVmType, 5);
 }
 
 TEST_F(GetClientSystemInfoOrder, ExceptionOfAnyProbeIsMinusOneWithOneEntryAndAnUntouchedRecord)

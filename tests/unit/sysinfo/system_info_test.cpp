@@ -2,6 +2,7 @@
 
 #include "tests/unit/sysinfo/faked_host.h"
 
+#include <cstdlib>
 #include <gmock/gmock.h>
 
 namespace {
@@ -103,6 +104,7 @@ protected:
     void SetUp() override
     {
         faked_host::reset();
+        setenv("PATH", "/nonexistent", 1); // the machine's own tools are not found
         EXPECT_EQ(GetClientSystemInfoWithFiles(), 0);
     }
 
@@ -148,6 +150,11 @@ TEST_F(GetClientSystemInfoTest, RunsItsCommandsInAFixedOrder)
         files.push_back(line.substr(0, line.find(" <")));
     EXPECT_THAT(files, ElementsAre("LC_ALL=C /bin/cat /usr/torqv/torquenix/kx.conf",
                                    "LC_ALL=C /bin/cat /usr/torqv/torquenix/kx.conf",
+                                   "LC_ALL=C cat /proc/cpuinfo -vvv", // whether it is a guest
+                                   "LC_ALL=C /sbin/lspci -vvv",       // VMware product
+                                   "LC_ALL=C /sbin/lspci -vvv",       // VMware identifier
+                                   "LC_ALL=C which dmidecode -a",     // hypervisor family
+                                   "LC_ALL=C which lspci -a", "LC_ALL=C which hostnamectl -a",
                                    "LC_ALL=C /bin/cat /proc/cpuinfo",   // vendor
                                    "LC_ALL=C /bin/cat /proc/cpuinfo",   // model
                                    "LC_ALL=C /bin/cat /proc/cpuinfo",   // CPU type
