@@ -92,17 +92,32 @@ int CHostInformation::loadHostConfig()
     hostName = system.tquClientName;
     if (const int status = loadHostInfoFromKXConf(); status != 0)
         return failed("loadHostInfoFromKXConf() error : ", status);
+    if (const int status = retrieveHFXsInstalled(); status != 0)
+        return failed("Failed to get HFX details, errorcode : ", status);
     setMachine(system);
     if (const int status = getMachineTquType(machineTquType); status != 0)
         return failed("getMachineTquType() failed, status = ", status);
+    if (const int status = retrieveInstalledPackages(); status != 0)
+        logFailure("Failed to get installed package details, errorcode : ", status);
     if (const int status = retrieveKqUpdatePlatform(); status != 0)
         logFailure("Failed to get the KqUpdate platform name, errorcode : ", status);
     if (const int status = loadUUIDFromHostConfig(); status != 0)
         return failed("Failed to get host UUID with error : ", status);
     if (const int status = loadTrustVersionFromHostConfig(); status != 0)
         return failed("Failed to get trustVersion with error : ", status);
+    discoverSharedNames();
     isSecureEnabled = true;
     return 0;
+}
+
+void CHostInformation::discoverSharedNames()
+{
+    if (isClusterAutoDiscoveryDisabled() != 0) {
+        logProgress("Cluster auto discovery of shared host name is disabled.");
+        return;
+    }
+    logProgress("Sending cluster auto discovered shared names of the hosts.");
+    loadSharedNames(); // a host outside any cluster is described all the same
 }
 
 void CHostInformation::setOperatingSystem(const TquClientSystemData& system)

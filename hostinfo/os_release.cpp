@@ -1,12 +1,11 @@
 #include "hostinfo/os_release.h"
 
+#include "hostinfo/text_file.h"
 #include "hostinfo/tqclntdb_hostinfo.h"
 #include "platform/debuglog.h"
-#include "platform/file_io.h"
 
 #include <algorithm>
 #include <sstream>
-#include <utility>
 
 namespace TQCLNTDB {
 namespace {
@@ -23,15 +22,6 @@ std::optional<std::string> textAfter(const std::string& key, const std::string& 
     if (found == std::string::npos)
         return std::nullopt;
     return line.substr(found + key.size() + 1);
-}
-
-/// A release file line by line. Not open when the file cannot be opened or is no regular one.
-std::optional<std::istringstream> openLines(const std::string& path)
-{
-    std::optional<std::string> text = tq::readFileStart(path);
-    if (!text)
-        return std::nullopt;
-    return std::istringstream(std::move(*text));
 }
 
 /// Release of the last line that the parser finds one in; "Unknown" when there is none.

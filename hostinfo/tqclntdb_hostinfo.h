@@ -4,6 +4,7 @@
 #include "hostdb/tqclntdb_json.h"
 #include "platform/types.h"
 
+#include <cstdint>
 #include <iosfwd>
 #include <string>
 #include <vector>
@@ -101,6 +102,43 @@ public:
     /// getTrustVersion.
     int loadTrustVersionFromHostConfig();
 
+    /// Hotfix bundles of this release and later ones that the pack summary lists, sorted, each once, appended
+    /// to `installedHFXs`. No summary means none; one over 16 MiB is read up to there. Returns 0, the status
+    /// of getTQInstallDir, or 7501 when the summary exists but cannot be opened.
+    int retrieveHFXsInstalled();
+
+    /// Release number that a bundle name carries ((p0 & 127) << 24 | (p1 & 15) << 20 | (p2 & 15) << 16 | p3);
+    /// -1 when it carries none. Throws std::out_of_range for a name of fewer than ten characters.
+    std::int32_t getHFXsVersion(const std::string& name) const;
+
+    /// The product's own packages, each as name, "_", version, appended to `installedPackages`. Waits for the
+    /// package query. Returns the listing's status; 7289, and no packages, when the list joined with commas
+    /// is longer than 2048 bytes.
+    int retrieveInstalledPackages();
+
+    /// On hosts of the Debian family fixed names with the installed version, on others what rpm lists.
+    /// Returns 0; 7282 when the query ends with a failure; or the status of run_command_and_capture_output.
+    int retrieveInstalledPackagesLinux();
+
+    /// The same on other Unix systems, in two stages: names, then each one's version. Not called by this
+    /// build's retrieveInstalledPackages. Results as above. Without a system it is the one that this was
+    /// built for, AIX or else HP-UX.
+    enum class OtherUnix { aix, hpux };
+    int retrieveInstalledPackagesSolaris();
+    int retrieveInstalledPackagesAixHP();
+    int retrieveInstalledPackagesAixHP(OtherUnix system);
+
+    /// 1 when DISABLE_CLUSTER_AUTO_DISCOVERY says so, 0 when it does not, is absent or cannot be read.
+    int isClusterAutoDiscoveryDisabled();
+
+    /// Appends the names that this host shares with its cluster to `clusterSharedNames`. Waits for the
+    /// cluster manager's tools. Returns 0; 1060 or 30036 for a host in no cluster; or another status of the
+    /// discovery.
+    int retrieveClusterSharedNames();
+
+    /// The same, with an entry about its outcome.
+    int loadSharedNames();
+
     // Of a release file, whatever its size, the first 16 MiB are read, and a read error ends it. Only what is
     // no regular file, or cannot be opened, has no lines at all.
 
@@ -123,7 +161,15 @@ private:
     void setOperatingSystem(const SYSINFO_NAMESPACE::TquClientSystemData& system);
     void setHardware(const SYSINFO_NAMESPACE::TquClientSystemData& system);
     void setMachine(const SYSINFO_NAMESPACE::TquClientSystemData& system);
+    void discoverSharedNames();
+    void storeHFXs(std::vector<std::string> bundles);
+    int listRpmPackages();
+    void listDebianPackages();
 };
+
+/// Sink of the cluster discovery's trace: writes the line to the log under the context
+/// "libclusterinfo::trace".
+void libClusterInfoTrace(const char* message);
 
 /// Writes getJSON(true, true) and nothing else.
 std::ostream& operator<<(std::ostream& stream, const CHostInformation& record);

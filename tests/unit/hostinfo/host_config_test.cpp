@@ -1,5 +1,6 @@
 #include "hostinfo/tqclntdb_hostinfo.h"
 
+#include "tests/fakes/clusterinfo/fake_clusterinfo.h"
 #include "tests/fakes/platform/fake_platform.h"
 #include "tests/fakes/seams/fake_seams.h"
 #include "tests/fakes/sysinfo/fake_sysinfo.h"
@@ -15,6 +16,7 @@
 #include <sys/stat.h>
 #include <vector>
 
+using fakes::clusterDiscovery;
 using fakes::LogEntry;
 using fakes::platform;
 using fakes::seams;
@@ -63,6 +65,31 @@ Log configurationRead()
     return {step("loadHostInfoFromKXConf", PROGRESS, "Found 2 server entries")};
 }
 
+Log noHotfixes()
+{
+    return {step("retrieveHFXsInstalled", PROGRESS, "Retrieved TQU installed dir [ /usr/torqv/]"),
+            step("retrieveHFXsInstalled", PROGRESS,
+                 "File path for HFX's retrieval: [ /usr/torqv/pack/pack.summary ]"),
+            step("retrieveHFXsInstalled", PROGRESS,
+                 "pack.summary file does not exist, considering no HFX's installed on machine")};
+}
+
+Log onePackage()
+{
+    constexpr const char* OPERATION = "retrieveInstalledPackagesLinux";
+    return {step(OPERATION, PROGRESS,
+                 "Executing command to get list of Torquenix installed packages: [rpm -qa XRVN* 2>&1]"),
+            step(OPERATION, PROGRESS, "Current line of command output: [XRVNtqclt-9.1-1.x86_64]"),
+            step(OPERATION, PROGRESS, "Adding installed package: [XRVNtqclt_9.1]")};
+}
+
+Log oneSharedName()
+{
+    return {load(PROGRESS, "Sending cluster auto discovered shared names of the hosts."),
+            step("retrieveClusterSharedNames", PROGRESS, "GetClusterSharedNames returned = vip1"),
+            step("loadSharedNames", PROGRESS, "Shared Names = vip1")};
+}
+
 Log machineTquTypeRead()
 {
     return {step("getMachineTquType", PROGRESS, "Found MACHINE_TQU_TYPE = MEDIA")};
@@ -88,8 +115,8 @@ Log trustVersionRead()
 Log restOfALoad(const std::string& release)
 {
     Log log = detected(release);
-    for (const Log& part :
-         {configurationRead(), machineTquTypeRead(), platformSet(), hostIdRead(), trustVersionRead()})
+    for (const Log& part : {configurationRead(), noHotfixes(), machineTquTypeRead(), onePackage(),
+                            platformSet(), hostIdRead(), trustVersionRead(), oneSharedName()})
         append(log, part);
     return log;
 }
@@ -124,6 +151,15 @@ protected:
         fakes::reset();
         fakes::resetSeams();
         fakes::resetSysinfo();
+        fakes::resetClusterDiscovery();
+        clusterDiscovery().status = 0;
+        clusterDiscovery().names = {"vip1"};
+        platform().masterConfig.values["DISABLE_CLUSTER_AUTO_DISCOVERY"] = "NO";
+        seams().command = [](const std::string&, std::string& output, int& status) {
+            output = "XRVNtqclt-9.1-1.x86_64\n";
+            status = 0;
+            return 0;
+        };
         sysinfo().record = systemData();
         platform().configuredServers = {"m1", "m2"};
         platform().masterConfig.values["MACHINE_TQU_TYPE"] = "MEDIA";
@@ -152,6 +188,8 @@ CHostInformation loadedRecord()
     record.osType = "UNIX";
     record.osVersion = "Linux (6.1.0)";
     record.osReleaseVersion = "Unknown";
+    record.installedPackages = {"XRVNtqclt_9.1"};
+    record.clusterSharedNames = {"vip1"};
     record.kqUpdatePlatform = "linux_x86";
     record.hwDescription = "GenuineIntel Model 7, 2 CPUs";
     record.cpuArchitecture = "x86_64";
@@ -186,12 +224,16 @@ TEST_F(LoadHostConfig, EverythingIsAskedForInOrder)
     EXPECT_EQ(record.loadHostConfig(), 0);
     EXPECT_THAT(seams().calls,
                 ElementsAre("stat /etc/redhat-release", "stat /etc/SuSE-release", "stat /sbin/SuSEconfig",
-                            "stat /etc/os-release", "getTQInstalledVersionStr", "isDebianUbuntu",
+                            "stat /etc/os-release", "getTQInstalledVersionStr",
+                            "stat /usr/torqv/pack/pack.summary", "isDebianUbuntu",
+                            "run_command_and_capture_output rpm -qa XRVN* 2>&1", "isDebianUbuntu",
                             "isValidKqupdateOsHdwNamesIdentifier 10", "getOsHdwName 10"));
     EXPECT_THAT(platform().calls,
-                ElementsAre("ReadHostConfigExA 1 0 0 0", "FreeHostConfigA", "TQ_read_master_config",
-                            "get_master_config_ptr", "kxconfGetKeyValPair MACHINE_TQU_TYPE",
-                            "getHostID 1 m1 64", "getTrustVersion 1 m1 64"));
+                ElementsAre("ReadHostConfigExA 1 0 0 0", "FreeHostConfigA", "getTQInstallDir 1024",
+                            "TQ_read_master_config", "get_master_config_ptr",
+                            "kxconfGetKeyValPair MACHINE_TQU_TYPE", "getHostID 1 m1 64",
+                            "getTrustVersion 1 m1 64", "TQ_read_master_config", "get_master_config_ptr",
+                            "kxconfGetKeyValPairAsBool DISABLE_CLUSTER_AUTO_DISCOVERY"));
 }
 
 TEST_F(LoadHostConfig, RedHatFileIsTheOnlyOneReadWhenItExists)
@@ -403,7 +445,7 @@ TEST_F(LoadHostConfig, UnlistedMachineCodesAreUnknownAndNone)
 
 TEST_F(LoadHostConfig, AbsentMachineTquTypeIsNoError)
 {
-    platform().masterConfig.values.clear();
+    platform().masterConfig.values.erase("MACHINE_TQU_TYPE");
     EXPECT_EQ(record.loadHostConfig(), 0);
     EXPECT_EQ(record.machineTquType, "");
     EXPECT_TRUE(record.isSecureEnabled);
@@ -416,7 +458,8 @@ TEST_F(LoadHostConfig, TrustVersionThatIsNotRecordedIsEmptyAndASuccess)
     EXPECT_EQ(record.trustVersion, "");
     EXPECT_TRUE(record.isSecureEnabled);
     Log expected = restOfALoad("Unknown");
-    expected.back().text = "Retrieved TrustVersion [  ] for Master Server [ m1 ]";
+    expected[expected.size() - oneSharedName().size() - 1].text =
+        "Retrieved TrustVersion [  ] for Master Server [ m1 ]";
     EXPECT_EQ(platform().log, expected);
 }
 
@@ -485,7 +528,7 @@ TEST_F(LoadHostConfig, ConfigurationThatCannotBeOpenedForTheMachineTquTypeEndsTh
     platform().masterConfigStatus = 12;
     EXPECT_EQ(record.loadHostConfig(), 12);
     EXPECT_EQ(platform().log,
-              endedLoad({configurationRead()},
+              endedLoad({configurationRead(), noHotfixes()},
                         step("getMachineTquType", ERROR, "TQ_read_master_config() failed, status = 12"),
                         "getMachineTquType() failed, status = 12"));
     CHostInformation expected = recordOfSystemData();
@@ -500,15 +543,70 @@ TEST_F(LoadHostConfig, FailedHostIdEndsTheLoadWithTheFieldsWrittenSoFar)
 {
     platform().hostId.status = 7612;
     EXPECT_EQ(record.loadHostConfig(), 7612);
-    EXPECT_EQ(platform().log,
-              endedLoad({configurationRead(), machineTquTypeRead(), platformSet()},
-                        step("loadUUIDFromHostConfig", ERROR, "Host Id retrieval failed with error: 7612"),
-                        "Failed to get host UUID with error : 7612"));
+    EXPECT_EQ(
+        platform().log,
+        endedLoad({configurationRead(), noHotfixes(), machineTquTypeRead(), onePackage(), platformSet()},
+                  step("loadUUIDFromHostConfig", ERROR, "Host Id retrieval failed with error: 7612"),
+                  "Failed to get host UUID with error : 7612"));
     CHostInformation expected = loadedRecord();
     expected.hostId = "";
     expected.trustVersion = "";
+    expected.clusterSharedNames.clear();
     expected.isSecureEnabled = false;
     expectSame(record, expected);
+}
+
+TEST_F(LoadHostConfig, FailedHostIdKeepsTheBundlesThatWereFoundBefore)
+{
+    std::filesystem::create_directories("/usr/torqv/pack");
+    place("/usr/torqv/pack/pack.summary", "HFX_Torquenix_9.1_PET1_SET1 installed\n");
+    platform().hostId.status = 7612;
+    EXPECT_EQ(record.loadHostConfig(), 7612);
+    EXPECT_THAT(record.installedHFXs, ElementsAre("Torquenix_9.1_PET1_SET1"));
+    std::filesystem::remove_all("/usr/torqv/pack");
+}
+
+TEST_F(LoadHostConfig, FailedHotfixInventoryEndsTheLoad)
+{
+    platform().installDirStatus = 36;
+    EXPECT_EQ(record.loadHostConfig(), 36);
+    EXPECT_EQ(platform().log, endedLoad({configurationRead()},
+                                        step("retrieveHFXsInstalled", ERROR,
+                                             "Retrieval of TQU installed dir failed with error: 36"),
+                                        "Failed to get HFX details, errorcode : 36"));
+    EXPECT_EQ(record.machineType, "");
+    EXPECT_FALSE(record.isSecureEnabled);
+}
+
+// Failures that the load survives
+
+TEST_F(LoadHostConfig, FailedPackageQueryIsLoggedAndPassedOver)
+{
+    seams().command = [](const std::string&, std::string&, int&) { return 7247; };
+    EXPECT_EQ(record.loadHostConfig(), 0);
+    EXPECT_THAT(record.installedPackages, IsEmpty());
+    EXPECT_TRUE(platform().logged(ERROR, "Failed to get installed package details, errorcode : 7247\n",
+                                  "CHostInformation::loadHostConfig"));
+    EXPECT_TRUE(record.isSecureEnabled);
+}
+
+TEST_F(LoadHostConfig, DisabledDiscoveryLeavesTheSharedNamesEmptyAndTheFlagSet)
+{
+    platform().masterConfig.values["DISABLE_CLUSTER_AUTO_DISCOVERY"] = "YES";
+    EXPECT_EQ(record.loadHostConfig(), 0);
+    EXPECT_THAT(record.clusterSharedNames, IsEmpty());
+    EXPECT_THAT(clusterDiscovery().includeIP, IsEmpty()); // not even asked
+    EXPECT_TRUE(record.isSecureEnabled);
+    EXPECT_EQ(platform().log.back(),
+              load(PROGRESS, "Cluster auto discovery of shared host name is disabled."));
+}
+
+TEST_F(LoadHostConfig, FailedDiscoveryIsIgnored)
+{
+    clusterDiscovery().status = 256;
+    EXPECT_EQ(record.loadHostConfig(), 0);
+    EXPECT_THAT(record.clusterSharedNames, IsEmpty());
+    EXPECT_TRUE(record.isSecureEnabled);
 }
 
 TEST_F(LoadHostConfig, FailedLoadLeavesTheSecurityFlagAsItWas)
@@ -523,13 +621,14 @@ TEST_F(LoadHostConfig, FailedTrustVersionEndsTheLoad)
 {
     platform().trustVersion.status = 7611;
     EXPECT_EQ(record.loadHostConfig(), 7611);
-    EXPECT_EQ(platform().log,
-              endedLoad({configurationRead(), machineTquTypeRead(), platformSet(), hostIdRead()},
-                        step("loadTrustVersionFromHostConfig", ERROR,
-                             "TrustVersion retrieval failed with error: 7611"),
-                        "Failed to get trustVersion with error : 7611"));
+    EXPECT_EQ(platform().log, endedLoad({configurationRead(), noHotfixes(), machineTquTypeRead(),
+                                         onePackage(), platformSet(), hostIdRead()},
+                                        step("loadTrustVersionFromHostConfig", ERROR,
+                                             "TrustVersion retrieval failed with error: 7611"),
+                                        "Failed to get trustVersion with error : 7611"));
     CHostInformation expected = loadedRecord();
     expected.trustVersion = "";
+    expected.clusterSharedNames.clear();
     expected.isSecureEnabled = false;
     expectSame(record, expected);
 }
@@ -545,8 +644,8 @@ TEST_F(LoadHostConfig, PlatformNameThatIsTooLongIsSurvived)
     expected.kqUpdatePlatform = "";
     expectSame(record, expected);
     Log log = detected("Unknown");
-    append(log, configurationRead());
-    append(log, machineTquTypeRead());
+    for (const Log& part : {configurationRead(), noHotfixes(), machineTquTypeRead(), onePackage()})
+        append(log, part);
     append(log, {step("retrieveKqUpdatePlatform", ERROR,
                       "KqUpdate platform value [" + name +
                           "] exceeds the max allowed length of 32. Setting value to empty string."),
@@ -554,6 +653,7 @@ TEST_F(LoadHostConfig, PlatformNameThatIsTooLongIsSurvived)
                  load(ERROR, "Failed to get the KqUpdate platform name, errorcode : 7290")});
     append(log, hostIdRead());
     append(log, trustVersionRead());
+    append(log, oneSharedName());
     EXPECT_EQ(platform().log, log);
 }
 
@@ -581,11 +681,13 @@ TEST_F(LoadHostConfig, MissingInstalledVersionIsSurvivedInSilence)
 
 // A load is meant for a fresh record
 
-TEST_F(LoadHostConfig, SecondLoadDeliberatelyDoublesServersAndStartsHardwareWithTheVendor)
+TEST_F(LoadHostConfig, SecondLoadDeliberatelyDoublesListsAndStartsHardwareWithTheVendor)
 {
     EXPECT_EQ(record.loadHostConfig(), 0);
     EXPECT_EQ(record.loadHostConfig(), 0);
     EXPECT_THAT(record.servers, ElementsAre("m1", "m2", "m1", "m2"));
+    EXPECT_THAT(record.clusterSharedNames, ElementsAre("vip1", "vip1"));
+    EXPECT_THAT(record.installedPackages, ElementsAre("XRVNtqclt_9.1", "XRVNtqclt_9.1"));
     EXPECT_EQ(record.hwDescription, "GenuineIntel Model 7, 2 CPUs");
 }
 
