@@ -72,6 +72,18 @@ def box(sandbox_of):
     return sandbox_of()
 
 
+@pytest.fixture
+def identified(sandbox_of):
+    """Starts an image as a host that has an identifier: enough to describe it, no server is asked."""
+
+    def start(image, **options):
+        box = sandbox_of(image, **options)
+        box.give_identifier()
+        return box
+
+    return start
+
+
 @pytest.fixture(scope="session")
 def beginnings(build, tmp_path_factory):
     """A master server's data and a host's identity, made once by the real programs: they are the beginning of

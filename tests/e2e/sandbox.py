@@ -14,6 +14,7 @@ import re
 import shlex
 import shutil
 import signal
+import string
 import subprocess
 import time
 
@@ -28,6 +29,9 @@ WEB_SERVICE_PORT = 1556
 INSTALL_ROOT = "/usr/torqv"
 BIN_DIR = f"{INSTALL_ROOT}/torquenix/bin"
 PROGRAMS = ("tqhostdbcmd", "tqenroll", "tqmasterd")
+
+# The identifier that give_identifier() gives.
+HOST_ID = "0b4d6a5e-3d2c-4f1b-9a70-5f1e2d3c4b5a"
 
 # Files of this machine that the distribution's own tools need and that say nothing about the host.
 MACHINE_ETC = ("passwd", "group", "nsswitch.conf", "ld.so.cache", "alternatives")
@@ -100,6 +104,7 @@ class Sandbox:
         self.etc = self.work / "etc"
         self.local_sbin = self.work / "local-sbin"
         self.sbin = self.work / "sbin"
+        self.opt = self.work / "opt"
         self.shared = self.work / "shared"  # /shared inside
         self.extra_arguments = []
         self.masters = {}
@@ -120,6 +125,7 @@ class Sandbox:
         self.write_hosts()
         self._copy(self.image / "sbin", self.local_sbin)
         self._copy(self.image / "usr-sbin", self.sbin)
+        self._copy(self.image / "opt", self.opt)
         self._copy(self.image / "usr" / "torqv", self.torqv)
         for folder in ("torquenix/bin", "torquenix/logs/admin", "var"):
             (self.torqv / folder).mkdir(parents=True, exist_ok=True)
@@ -129,6 +135,9 @@ class Sandbox:
         (self.shared / "reports").mkdir()
         suppressions = TOP / "tests" / "lsan.supp"
         shutil.copy(suppressions, self.shared / "lsan.supp")
+        missing = self.image / "missing"
+        for tool in missing.read_text().split() if missing.exists() else []:
+            self.remove_tool(tool)
 
     @staticmethod
     def _copy(source, target):
@@ -138,10 +147,12 @@ class Sandbox:
             target.mkdir(parents=True)
 
     def write_hosts(self, extra=""):
-        """/etc/hosts: this host, the master servers, and what a test adds."""
+        """/etc/hosts: this host, the master servers, what the image knows and what a test adds."""
         short = self.host_name.split(".", maxsplit=1)[0]
         lines = ["127.0.0.1 localhost", f"192.0.2.10 {self.host_name} {short}"]
         lines += [f"{address} {name}" for name, address in ADDRESSES.items()]
+        known = self.image / "etc" / "hosts"
+        lines += known.read_text().splitlines() if known.exists() else []
         (self.etc / "hosts").write_text("\n".join(lines) + "\n" + extra)
 
     def arguments(self):
@@ -156,6 +167,7 @@ class Sandbox:
             arguments += ["--symlink", f"usr/{link}", f"/{link}"]
         arguments += ["--tmpfs", "/usr/local", "--ro-bind", str(self.local_sbin), "/usr/local/sbin"]
         arguments += ["--ro-bind", str(self.sbin), "/usr/sbin", "--ro-bind", str(self.etc), "/etc"]
+        arguments += ["--ro-bind", str(self.opt), "/opt"]
         arguments += ["--dev", "/dev", "--proc", "/proc", "--tmpfs", "/tmp", "--tmpfs", "/var/tmp"]
         arguments += self._host_facts() + self._build_folder()
         arguments += ["--bind", str(self.torqv), INSTALL_ROOT, "--bind", str(self.shared), "/shared"]
@@ -348,6 +360,18 @@ class Sandbox:
         store["identities"][number].update(fields)
         (self.var("identity") / "identity.json").write_text(json.dumps(store))
 
+    def give_identifier(self):
+        """An identity store as after an enrolment, but without key and certificate: good for what asks no
+        server."""
+        folder = self.var("identity")
+        folder.mkdir(mode=0o700)
+        files = {"certificate": "none.crt", "privateKey": "none.key", "caCertificates": "none.ca"}
+        identity = {"server": "master1.example", "certType": "host", "hostId": HOST_ID}
+        identity |= {"hostName": self.host_name, "trustVersion": "1", "caMode": "internal"} | files
+        store = folder / "identity.json"
+        store.write_text(json.dumps({"version": 1, "identities": [identity]}))
+        store.chmod(0o600)
+
     def hold_lock(self, path):
         """Another process takes a lock file and keeps it; let_go() ends it."""
         held = "/shared/lock-is-held"
@@ -376,10 +400,41 @@ class Sandbox:
     def log_texts(self, level=None, program="tqhostdbcmd"):
         return [entry.text for entry in self.log(program) if level in (None, entry.level)]
 
+    def log_of(self, context, program="tqhostdbcmd"):
+        """What one function wrote to the log."""
+        return [entry.text for entry in self.log(program) if entry.context == context]
+
     def forget_log(self, program="tqhostdbcmd"):
         """Removes a program's log, so that the next look sees only what came after."""
         for file in self.log_files(program):
             file.unlink()
+
+    def expected_record(self, host_id=HOST_ID):
+        """The image's expected.json, with what no image can change put in."""
+        uname = os.uname()
+        text = string.Template((self.image / "expected.json").read_text()).substitute(
+            kernel=uname.release, machine=uname.machine, hostId=host_id
+        )
+        return json.loads(text)
+
+    def external_commands(self):
+        """What the command runner ran, in order, as the debug log names it."""
+        commands = [re.fullmatch(r"Executing cmd \((.*)\)", text, re.DOTALL) for text in self.log_texts(2)]
+        return [match[1] for match in commands if match]
+
+    def stubs_run(self):
+        """What the image's tools were started with, in order, by their own record."""
+        record = self.shared / "output" / "tools"
+        return [line.rstrip() for line in record.read_text().splitlines()] if record.exists() else []
+
+    def put_tool(self, folder, name, body):
+        """Puts a shell script in the place of a tool; it records its name and arguments, then does `body`."""
+        tool = folder / name
+        tool.parent.mkdir(parents=True, exist_ok=True)
+        tool.unlink(missing_ok=True)
+        record = 'echo "$(basename "$0") $*" >>/shared/output/tools'
+        tool.write_text(f"#!/bin/sh\n{record}\n{body}\n")
+        tool.chmod(0o755)
 
     def remove_tool(self, name):
         """Makes a tool missing, before the start: what stands in its place cannot be executed."""
