@@ -34,6 +34,12 @@ void* operator new(std::size_t size)
     return memory;
 }
 
+/// Without it a sanitizer's own would go with the operator delete of here.
+void* operator new(std::size_t size, const std::nothrow_t& /*unused*/) noexcept
+{
+    return isAllocationFailing ? nullptr : std::malloc(size == 0 ? 1 : size);
+}
+
 void operator delete(void* memory) noexcept
 {
     std::free(memory);
