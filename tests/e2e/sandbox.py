@@ -33,6 +33,9 @@ PROGRAMS = ("tqhostdbcmd", "tqenroll", "tqmasterd")
 # The identifier that give_identifier() gives.
 HOST_ID = "0b4d6a5e-3d2c-4f1b-9a70-5f1e2d3c4b5a"
 
+# What a host outside any cluster says at error level in every load.
+NO_CLUSTER = "retrieveClusterSharedNames status : 30036. Check getclusterinfo::trace for more details. "
+
 # Files of this machine that the distribution's own tools need and that say nothing about the host.
 MACHINE_ETC = ("passwd", "group", "nsswitch.conf", "ld.so.cache", "alternatives")
 

@@ -6,14 +6,12 @@ import os
 
 import pytest
 
-from sandbox import IMAGES
+from sandbox import IMAGES, NO_CLUSTER
 
 HOSTS = sorted(folder.name for folder in IMAGES.iterdir() if (folder / "expected.json").exists())
 CLUSTER_HOST = "tqmaster.example"
 VERSION_FILE = "/usr/torqv/torquenix/bin/version"
 
-# A host outside any cluster says so at error level.
-NO_CLUSTER = "retrieveClusterSharedNames status : 30036. Check getclusterinfo::trace for more details. "
 ERRORS = {
     "cluster-active": [],
     "cluster-passive": [],

@@ -13,9 +13,9 @@
 #include <fstream>
 #include <functional>
 #include <iostream>
-#include <regex>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -24,6 +24,10 @@ namespace {
 using SYSINFO_NAMESPACE::LinuxHardwareInfo;
 using SYSINFO_NAMESPACE::LinuxVmInfo;
 using TQCLNTDB::CHostInformation;
+
+/// What stands before the names of the files in a shell line of the command runner.
+constexpr std::string_view OUTPUT_TO = " </dev/null >";
+constexpr std::string_view ERRORS_TO = " 2>";
 
 /// The file that external commands print now.
 std::string sample;
@@ -92,12 +96,14 @@ void readAll(const std::string& file)
 // NOLINTBEGIN(bugprone-reserved-identifier)
 extern "C" int __wrap_system(const char* command)
 {
-    static const std::regex redirection(R"((.*) </dev/null >(\S+) 2>\S+)");
-    std::cmatch line;
-    if (!std::regex_match(command, line, redirection))
+    const std::string line = command;
+    const std::size_t out = line.find(OUTPUT_TO);
+    const std::size_t err = line.find(ERRORS_TO);
+    if (out == std::string::npos || err == std::string::npos)
         return -1;
-    std::ofstream output(line[2].str(), std::ios::binary);
-    if (line[1].str().find("which ") != std::string::npos)
+    const std::size_t path = out + OUTPUT_TO.size();
+    std::ofstream output(line.substr(path, err - path), std::ios::binary);
+    if (line.find("which ") < out)
         output << "/usr/sbin/tool\n";
     else
         output << std::ifstream(sample, std::ios::binary).rdbuf();
