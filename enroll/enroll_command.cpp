@@ -33,8 +33,7 @@ constexpr const char* FOOTER =
     "Exit status: 0 done; 1 internal failure, or a result that could not be shown; 2 the command line is "
     "wrong; 3 not root; 4 the server is not reachable; 5 the server is not trusted; 6 the authority has "
     "another fingerprint; 7 the invitation is unknown, used or expired; 8 the server's answer cannot be "
-    "used; "
-    "9 the identity store is damaged or cannot be written; 10 there is no such identity.";
+    "used; 9 the identity store is damaged or cannot be written; 10 there is no such identity.";
 
 struct Arguments {
     std::string server;
