@@ -11,7 +11,7 @@ namespace {
 constexpr std::size_t MESSAGE_MAX_BYTES = 500;
 
 /// An error page of megabytes is not worth parsing for one sentence.
-constexpr std::size_t BODY_MAX_BYTES = 64 * 1024;
+constexpr std::size_t BODY_MAX_BYTES = std::size_t{64} * 1024;
 
 std::string errorBodyMessage(std::string_view body)
 {

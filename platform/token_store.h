@@ -15,7 +15,7 @@ struct AccessToken {
 };
 
 /// Largest token file, and largest reply with a token, that is looked at.
-inline constexpr std::size_t TOKEN_TEXT_MAX_BYTES = 64 * 1024;
+inline constexpr std::size_t TOKEN_TEXT_MAX_BYTES = std::size_t{64} * 1024;
 
 /// Whether a text may be sent as a token: 1 to 8192 printable ASCII characters without blanks, so that it can
 /// neither end a header line nor begin another.

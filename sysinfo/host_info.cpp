@@ -62,7 +62,7 @@ std::string hostIdText(long hostId)
 
 std::string UnixHostInfo::getHostID() const
 {
-    const std::string id = hostIdText(knet_gethostid());
+    std::string id = hostIdText(knet_gethostid());
     logMessage(LogLevel::progress, "UnixHostInfo::getHostID", "hostID: %s", id.c_str());
     return id;
 }
