@@ -2,6 +2,7 @@
 
 import pathlib
 import shutil
+import time
 
 import pytest
 
@@ -61,6 +62,10 @@ def check_end(box):
         if master.process is not None:
             assert master.stop().status == 0, f"{master.name} did not end cleanly"
     left = box.running()
+    deadline = time.monotonic() + 5
+    while left and time.monotonic() < deadline:  # what was killed a moment ago takes its time to go
+        time.sleep(0.05)
+        left = box.running()
     box.stop()
     assert left == [], "processes left running"
     assert box.sanitizer_reports() == []
