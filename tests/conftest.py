@@ -1,4 +1,16 @@
-"""What all Python tests share: which build they test."""
+"""What all Python tests share: which build they test, a sandbox with a host and its master server, and what a
+failed test leaves to look at."""
+
+import pathlib
+import shutil
+import time
+
+import pytest
+
+from sandbox import Sandbox
+from servers import Master, ScriptedServer
+
+TOP = pathlib.Path(__file__).resolve().parent.parent
 
 
 def pytest_addoption(parser):
@@ -8,3 +20,140 @@ def pytest_addoption(parser):
         metavar="FOLDER",
         help="build folder whose programs are tested; repeat it for several (default: build/asan)",
     )
+    parser.addoption(
+        "--faults",
+        choices=("quick", "full"),
+        default="quick",
+        help="how much of tests/faults runs: the share of every test run, or everything",
+    )
+    parser.addoption("--fault-table", metavar="FILE", help="where the table of the faults' results is written")
+
+
+def pytest_generate_tests(metafunc):
+    if "build" in metafunc.fixturenames:
+        folders = metafunc.config.getoption("--build") or ["build/asan"]
+        paths = [TOP / folder for folder in folders]
+        metafunc.parametrize("build", paths, ids=[path.name for path in paths], scope="session")
+
+
+@pytest.hookimpl(hookwrapper=True, tryfirst=True)
+def pytest_runtest_makereport(item, call):
+    outcome = yield
+    report = outcome.get_result()
+    setattr(item, f"report_{report.when}", report)
+    box = getattr(item, "sandbox", None)
+    if report.when == "call" and report.failed and box is not None:
+        report.sections.append(("sandbox, kept", str(box.work)))
+        for file in box.log_files():
+            report.sections.append((f"debug log {file.name}", file.read_text(errors="replace")[-20000:]))
+        for file in sorted((box.shared / "output").glob("*.err")):
+            if file.stat().st_size:
+                report.sections.append((f"errors of {file.name}", file.read_text(errors="replace")[-4000:]))
+
+
+@pytest.fixture
+def sandbox_of(build, tmp_path, request):
+    """Makes the test's sandbox from a host image. What it leaves running or reports from a sanitizer fails
+    the test; its files are kept when the test failed."""
+    made = []
+
+    def make(image="debian12", before_start=lambda box: None):
+        box = Sandbox(build, tmp_path / "sandbox", image)
+        made.append(box)
+        request.node.sandbox = box
+        before_start(box)
+        box.start()
+        return box
+
+    yield make
+    for box in made:
+        check_end(box)
+        report = getattr(request.node, "report_call", None)
+        if report is not None and report.passed:
+            shutil.rmtree(box.work)
+
+
+def check_end(box):
+    """Ends the servers and the sandbox and looks at what they leave."""
+    for master in box.masters.values():
+        if master.process is not None:
+            assert master.stop().status == 0, f"{master.name} did not end cleanly"
+    left = box.running()
+    deadline = time.monotonic() + 5
+    while left and time.monotonic() < deadline:  # what was killed a moment ago takes its time to go
+        time.sleep(0.05)
+        left = box.running()
+    box.stop()
+    assert left == [], "processes left running"
+    assert box.sanitizer_reports() == []
+
+
+@pytest.fixture
+def box(sandbox_of):
+    """A host that belongs to no master server yet."""
+    return sandbox_of()
+
+
+@pytest.fixture
+def identified(sandbox_of):
+    """Starts an image as a host that has an identifier: enough to describe it, no server is asked."""
+
+    def start(image, **options):
+        box = sandbox_of(image, **options)
+        box.give_identifier()
+        return box
+
+    return start
+
+
+@pytest.fixture(scope="session")
+def beginnings(build, tmp_path_factory):
+    """A master server's data and a host's identity, made once by the real programs: they are the beginning of
+    most tests, and making keys anew for each would only take time."""
+    folder = tmp_path_factory.mktemp("beginnings")
+    with Sandbox(build, folder / "sandbox") as box:
+        master = box.master()
+        shutil.copytree(master.data_outside, folder / "new" / "master")
+        result = box.enrol(master.serve())
+        assert result.status == 0, result.err
+        assert master.stop().status == 0
+        shutil.copytree(master.data_outside, folder / "enrolled" / "master")
+        shutil.copytree(box.var("identity"), folder / "enrolled" / "identity")
+        assert box.sanitizer_reports() == []
+    return folder
+
+
+@pytest.fixture
+def master(box, beginnings, request):
+    """The host's master server, serving."""
+    beginning = "enrolled" if "enrolled" in request.fixturenames else "new"
+    master = Master(box, "master1.example")
+    shutil.copytree(beginnings / beginning / "master", master.data_outside)
+    box.masters[master.name] = master
+    return master.serve()
+
+
+@pytest.fixture
+def enrolled(box, master, beginnings):
+    """The host with an identity towards its serving master server."""
+    assert master.process is not None
+    shutil.copytree(beginnings / "enrolled" / "identity", box.var("identity"))
+    return box
+
+
+@pytest.fixture
+def scripted(enrolled, master):
+    """Replaces the master server by one that answers as a script says: scripted([rule, ...])."""
+    servers = []
+
+    def start(*rules, at=None, certificate_of=None):
+        place: Master = at or master
+        if place.process is not None:
+            place.stop()
+        server = ScriptedServer(enrolled, place, list(rules), certificate_of)
+        servers.append(server.__enter__())
+        return server
+
+    yield start
+    for server in servers:
+        server.__exit__()

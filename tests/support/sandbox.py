@@ -178,7 +178,7 @@ class Sandbox:
             arguments += ["--ro-bind", str(self.build / "bin" / program), f"{BIN_DIR}/{program}"]
         catalogues = self.build / "share" / "locale"
         arguments += ["--ro-bind-try", str(catalogues), f"{INSTALL_ROOT}/torquenix/share/locale"]
-        arguments += ["--ro-bind", str(HERE), "/tests"]
+        arguments += ["--ro-bind", str(HERE), "/tests", "--ro-bind", str(TOP / "tests" / "faults"), "/faults"]
         return arguments + self.extra_arguments
 
     def _host_facts(self):
@@ -312,9 +312,13 @@ class Sandbox:
     def wait_until_listening(self, address, port=WEB_SERVICE_PORT, timeout=20):
         return self.ask(operation="listening", address=address, port=port, timeout=timeout)["listening"]
 
+    def processes(self):
+        """Process id to command line of everything that runs in the sandbox now."""
+        return {entry["pid"]: entry["command"] for entry in self.ask(operation="running")["processes"]}
+
     def running(self):
         """Command lines of everything that runs in the sandbox now."""
-        return [entry["command"] for entry in self.ask(operation="running")["processes"]]
+        return list(self.processes().values())
 
     # Files
 

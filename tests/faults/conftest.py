@@ -1,0 +1,47 @@
+"""How cases of faults are marked, chosen and counted.
+
+    @pytest.mark.row("B3")   the row of rows.py that a case belongs to; required
+    @pytest.mark.full        only in a full run, not in the quick share
+
+Marks may stand on a test, or on a parameter set of it.
+"""
+
+import pathlib
+
+import pytest
+
+from fault_table import FaultTable
+
+HERE = pathlib.Path(__file__).resolve().parent
+
+
+def pytest_configure(config):
+    config.addinivalue_line("markers", "row(id): the row of the table of faults that a case belongs to")
+    config.addinivalue_line("markers", "full: only in a full run of the faults")
+    target = config.getoption("--fault-table")
+    if target is not None and not hasattr(config, "workerinput"):
+        config.pluginmanager.register(FaultTable(pathlib.Path(target)))
+
+
+def pytest_collection_modifyitems(config, items):
+    own = [item for item in items if HERE in item.path.parents]
+    for item in own:
+        marks = list(item.iter_markers("row"))
+        if not marks:
+            raise pytest.UsageError(f"{item.nodeid}: a case without a row")
+        for mark in marks:
+            item.user_properties.append(("row", mark.args[0]))
+    if config.getoption("--faults") == "quick":
+        left_out = {item for item in own if item.get_closest_marker("full")}
+        items[:] = [item for item in items if item not in left_out]
+        config.hook.pytest_deselected(items=list(left_out))
+
+
+@pytest.fixture
+def figure(record_property):
+    """Puts a number into the row of the table: figure("kills", 60). Numbers of the same name add up."""
+
+    def record(name, number):
+        record_property("figure", [name, number])
+
+    return record
