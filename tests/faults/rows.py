@@ -20,6 +20,7 @@ GROUPS = {
     "G": "External commands",
     "H": "Hostile input of the host",
     "S": "The master server under attack",
+    "V": "Memory and descriptors",
 }
 
 ROWS = {
@@ -105,4 +106,5 @@ ROWS = {
     "S4": Row("path tricks; SQL text in names"),
     "S5": Row("killed during writes; two enrolments for one invitation"),
     "S6": Row("full disk under the store"),
+    "V1": Row("invalid reads and writes, values never set, lost blocks and open descriptors, by valgrind"),
 }
