@@ -19,6 +19,9 @@ ONE_OF_EACH_WAY = {
     "hxstatus": ("opt", "XRVNhxm/bin/hxstatus", "exit 0"),
 }
 
+# Signals 32 and 33, which the C library's system() and popen() leave ignored in every child.
+OF_THE_C_LIBRARY = 3 << 31
+
 WRITE_DOWN = """
 to=/shared/output/$(basename "$0")
 env >$to.environment
@@ -60,8 +63,8 @@ def test_a_tool_gets_a_fixed_environment_three_descriptors_and_plain_signals(wri
         open_ones = [line.split()[8:] for line in written_down(tool, "descriptors").splitlines()[1:]]
         own = [words for words in open_ones if not words[2].startswith("/proc/")]  # but for the one of ls
         assert sorted(words[0] for words in own) == ["0", "1", "2"], tool
-        signals = [line.split() for line in written_down(tool, "signals").splitlines()]
-        assert signals == [["SigBlk:", "0" * 16], ["SigIgn:", "0" * 16]], tool
+        signals = [int(line.split()[1], 16) for line in written_down(tool, "signals").splitlines()]
+        assert [mask & ~OF_THE_C_LIBRARY for mask in signals] == [0, 0], tool
         assert written_down(tool, "mask") == "0022\n", tool
         assert written_down(tool, "folder") == "/\n", tool
 
