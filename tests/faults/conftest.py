@@ -11,6 +11,7 @@ import pathlib
 import pytest
 
 from fault_table import FaultTable
+from wire_host import WireHost
 
 HERE = pathlib.Path(__file__).resolve().parent
 
@@ -45,3 +46,19 @@ def figure(record_property):
         record_property("figure", [name, number])
 
     return record
+
+
+@pytest.fixture(scope="session")
+def wire_bed(build, beginnings, tmp_path_factory):
+    """The sandbox that all cases about the wire share in one process."""
+    with WireHost(build, tmp_path_factory.mktemp("wire") / "sandbox", beginnings) as bed:
+        yield bed
+
+
+@pytest.fixture
+def wire(wire_bed, request):
+    """A host that is enrolled, whose master server a case can make misbehave."""
+    request.node.sandbox = wire_bed.box
+    wire_bed.begin()
+    yield wire_bed
+    assert wire_bed.box.sanitizer_reports() == []

@@ -10,12 +10,12 @@ TEMPORARY_AGE_SECONDS = 120  # the system sweeps up temporary files of dead proc
 
 
 def identity_files(box):
-    """Digest of every file of the identity store but the tokens."""
+    """Digest of every file of the identity store but the tokens and the lock."""
     folder = box.var("identity")
     return {
         file.name: hashlib.sha256(file.read_bytes()).hexdigest()
         for file in sorted(folder.iterdir())
-        if not file.name.startswith("token.") and not file.name.startswith(".")
+        if not file.name.startswith(("token.", ".")) and not file.name.endswith(".lock")
     }
 
 
@@ -42,7 +42,7 @@ def temporary_files(box):
 
 def held_locks(box):
     """Lock files that some process still holds."""
-    locks = [f"/usr/torqv/var/{file.name}" for file in box.torqv.glob("var/*lock*")]
+    locks = [f"/usr/torqv/{file.relative_to(box.torqv)}" for file in box.torqv.glob("var/**/*lock*")]
     if not locks:
         return []
     words = 'for lock; do flock --nonblock "$lock" true || echo "$lock"; done'

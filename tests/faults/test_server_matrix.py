@@ -1,0 +1,82 @@
+"""Every way in which a master server's replies can go wrong, met by every operation that waits for one."""
+
+import pytest
+
+import bad_modes
+from outcomes import Answered, AnsweredTwice, Fault, NotCarriedOut, TextDecides, Works, cases, check
+
+IN_TIME = "the server did not answer in time"
+ENDLESS = NotCarriedOut(7620, IN_TIME)
+TOO_LARGE = NotCarriedOut(7623, "the reply is larger than allowed")
+NO_HTTP = NotCarriedOut(7624, "the reply is not HTTP")
+LOST = NotCarriedOut(7624, "the connection was lost or the reply is damaged")
+CUT_OFF = NotCarriedOut(7624, "the reply was cut off")
+NO_REPLY = NotCarriedOut(7624, "the server closed the connection without a reply")
+NOT_PACKED = NotCarriedOut(7624, "the reply cannot be decompressed")
+NEVER = ()  # in no quick run: it waits for a limit
+
+REPLIES = (
+    Fault("B1", "silence-before-headers", ENDLESS),
+    Fault("B1", "headers-drip", ENDLESS, NEVER),
+    Fault("B1", "close-before-reply", NO_REPLY, ("read", "update")),
+    Fault("B1", "reset-before-reply", LOST),
+    Fault("B2", "silence-in-body", ENDLESS, NEVER),
+    Fault("B2", "body-drip", ENDLESS, NEVER),
+    Fault("B2", "chunk-drip", ENDLESS, NEVER),
+    Fault("B2", "reset-in-body", LOST, ("read", "enrol")),
+    Fault("B3", "truncated", CUT_OFF, ("read", "token")),
+    Fault("B3", "length-too-small", TextDecides()),
+    Fault("B3", "length-negative", NO_HTTP),
+    Fault("B3", "length-words", NO_HTTP),
+    # A length that no number holds counts as none: the body ends with the connection.
+    Fault("B3", "length-huge", TextDecides(by_identifier=0)),
+    # The last of two lengths holds.
+    Fault("B3", "two-lengths", Works(), operations=("read", "token", "update")),
+    # A body that ends with the connection cannot be told from a whole one: its text decides.
+    Fault("B4", "until-close-cut", TextDecides(), ("read", "token", "update", "enrol")),
+    Fault("B4", "until-close-good", Works(), operations=("read", "token", "update")),
+    Fault("B5", "chunk-size-bad", LOST),
+    Fault("B5", "chunk-size-huge", LOST),
+    Fault("B5", "chunks-cut", CUT_OFF),
+    Fault("B5", "endless-chunks", TOO_LARGE),
+    Fault("B5", "endless-body", TOO_LARGE, ("read", "token", "update", "enrol")),
+    Fault("B5", "long-body", TOO_LARGE),
+    Fault("B6", "continue-flood", TOO_LARGE),
+    Fault("B6", "early-hints-flood", TOO_LARGE),
+    Fault("B7", "header-flood", TOO_LARGE, ("read", "token")),
+    Fault("B7", "one-endless-header", NotCarriedOut(7624, "the reply begins with an endless header")),
+    Fault("B7", "nul-in-header", NO_HTTP),
+    Fault("B7", "http-0.9", NO_REPLY),
+    Fault("B7", "bad-status-line", NO_HTTP),
+    Fault("B7", "bad-version", NO_HTTP),
+    Fault("B7", "no-http", NO_HTTP, ("read", "enrol")),
+    Fault("B8", "gzip-bomb", TOO_LARGE, ("read", "token")),
+    Fault("B8", "gzip-in-gzip", TOO_LARGE),
+    Fault("B8", "gzip-transfer", TOO_LARGE),
+    Fault("B8", "gzip-good", Works(), operations=("read", "token", "update")),
+    Fault("B8", "gzip-cut", TextDecides()),
+    Fault("B8", "gzip-damaged", NOT_PACKED),
+    Fault("B8", "no-gzip", NOT_PACKED),
+    Fault("B10", "status-201", Answered(201, '{"uuid": "1", "hostName": "a"}'), operations=("read",)),
+    Fault("B10", "status-204", Answered(204), ("read", "update")),
+    Fault("B10", "status-204-with-body", Answered(204)),
+    Fault("B10", "status-304", Answered(304)),
+    Fault("B10", "type-html", Works(), ("read", "update"), operations=("read", "token", "update")),
+    Fault("B10", "type-garbage", Works(), operations=("read", "token", "update")),
+    Fault("B10", "type-missing", Works(), operations=("read", "token", "update")),
+)
+
+
+def error_statuses():
+    """With a JSON body they meet every operation; the others say what becomes of a body."""
+    for number in bad_modes.ERROR_STATUSES:
+        for name, body in bad_modes.ERROR_BODIES.items():
+            answered = (AnsweredTwice if number == 401 else Answered)(number, body.decode())
+            in_every_run = number in (401, 503) or name == "empty"
+            operations = ("read", "token", "update", "enrol") if name == "json" else ("read", "token", "enrol")
+            yield Fault("B11", f"status-{number}-{name}", answered, ("read",) if in_every_run else (), operations)
+
+
+@pytest.mark.parametrize("fault, operation", cases((*REPLIES, *error_statuses())))
+def test_replies_that_go_wrong(wire, fault, operation):
+    check(wire, fault, operation)
