@@ -218,10 +218,15 @@ bool writeAll(int descriptor, std::string_view text)
     return true;
 }
 
+void removeStaleTemporaries(const std::string& directory)
+{
+    removeStaleFiles(directory, TEMPORARY_PREFIX);
+}
+
 bool replaceFile(const std::string& path, std::string_view text, mode_t mode, const char* context)
 {
     const std::string directory = directoryOf(path);
-    removeStaleFiles(directory, TEMPORARY_PREFIX);
+    removeStaleTemporaries(directory);
     const std::string temporary = directory + "/" + uniqueFileName(TEMPORARY_PREFIX);
     if (!writeNewFile(temporary, text, mode) || rename(temporary.c_str(), path.c_str()) != 0) {
         const int cause = errno;

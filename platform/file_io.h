@@ -65,6 +65,9 @@ std::string errorText(int error);
 /// Writes all of `text`. False with errno set when it could not.
 [[nodiscard]] bool writeAll(int descriptor, std::string_view text);
 
+/// Removes temporary files of replaceFile that killed processes left in a directory over a minute ago.
+void removeStaleTemporaries(const std::string& directory);
+
 /// Replaces a file whole: a temporary name in the same directory, write, sync, checked close, rename, sync of
 /// the directory. After a crash the file is the complete old or the complete new one; temporary files that a
 /// killed process left are removed by the first call that finds them a minute old. False with errno set and

@@ -109,9 +109,11 @@ int loadIdentityStore(std::vector<Identity>& identities, std::string* cause)
 {
     IdentityDocument document;
     const int status = readIdentityDocument(document, cause);
-    if (status == EC_success)
-        identities = std::move(document.identities);
-    return status;
+    if (status != EC_success)
+        return status;
+    identities = std::move(document.identities);
+    removeStaleTemporaries(TQ_IDENTITY_DIR); // an update that sends nothing writes nothing here either
+    return EC_success;
 }
 
 const Identity* findIdentity(const std::vector<Identity>& identities, const std::string& server,

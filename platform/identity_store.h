@@ -46,7 +46,8 @@ struct IdentityPem {
 /// Reads all identities in file order. The directory must be a real one (no link) that belongs to this
 /// process's user and gives nobody else rights, and the file a regular one of the same kind. An entry whose
 /// server name is refused is left out with a level-16 entry, and so is a second one of a server and type.
-/// Returns 0, 7610 or 7611.
+/// Returns 0, 7610 or 7611. What a process that was killed while it wrote here left is removed once it is a
+/// minute old.
 [[nodiscard]] int loadIdentityStore(std::vector<Identity>& identities, std::string* cause = nullptr);
 
 /// The identity for a server (ASCII letters without regard to case) and type, null when there is none.

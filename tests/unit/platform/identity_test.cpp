@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 #include <memory>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 using fakes::countRecorded;
@@ -64,6 +65,21 @@ const std::vector<int> DAMAGED = {7611, 7611, 7611, 7611};
 const std::vector<int> MISSING = {7610, 7610, 7610, 7610};
 
 } // namespace
+
+TEST_F(IdentityCalls, SweepUpWhatAKilledProcessLeftThoughTheyWriteNothing)
+{
+    store(identity("m1"), "a");
+    const std::set<std::string> before = tests::namesIn(directory);
+    const pid_t dead = fork();
+    if (dead == 0)
+        _exit(0);
+    ASSERT_EQ(waitpid(dead, nullptr, 0), dead);
+    const std::string left = directory + "/.tq-new." + std::to_string(dead) + "." + std::string(32, 'a');
+    writeText(left, "half a token");
+    tests::makeOlder(left, 120);
+    EXPECT_THAT(mappedServers(CERT_TYPE_HOST), ElementsAre("m1"));
+    EXPECT_EQ(tests::namesIn(directory), before);
+}
 
 TEST_F(IdentityCalls, AnswerFromTheIdentityOfServerAndType)
 {
