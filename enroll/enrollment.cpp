@@ -87,9 +87,10 @@ std::string redeemInvitation(const EnrollmentOrder& order, const std::string& au
     if (const tq::TransferResult result = session.send(request, reply); result.status != EC_success)
         failTransfer(order, result);
     if (reply.status == HTTP_FORBIDDEN)
-        throw Failure(ExitStatus::invitationRefused,
-                      "server " + order.server +
-                          " does not take the invitation, which is unknown, used or expired");
+        throw Failure(
+            ExitStatus::invitationRefused,
+            "server " + order.server +
+                " does not take the invitation, which is unknown, used or expired; ask for a new one");
     if (reply.status != HTTP_CREATED)
         throw Failure(ExitStatus::replyUnusable, "server " + order.server + " did not enrol this host: " +
                                                      tq::describeAnswer(reply.status, reply.body) +

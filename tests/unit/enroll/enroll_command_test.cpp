@@ -240,9 +240,9 @@ TEST_F(EnrollCommandTest, EachFailureHasItsStatusAndOneSentence)
     arguments[3] = good;
     const CommandRun refused = run(arguments, server.port());
     EXPECT_EQ(refused.status, 7);
-    EXPECT_EQ(
-        refused.err,
-        "tqenroll: server localhost does not take the invitation, which is unknown, used or expired.\n");
+    EXPECT_EQ(refused.err,
+              "tqenroll: server localhost does not take the invitation, which is unknown, used or expired; "
+              "ask for a new one.\n");
 
     arguments[5] = GOOD_FINGERPRINT;
     EXPECT_EQ(run(arguments, server.port()).status, 6);
