@@ -1,6 +1,7 @@
 """What all Python tests share: which build they test, a sandbox with a host and its master server, and what a
 failed test leaves to look at."""
 
+import functools
 import pathlib
 import shutil
 import time
@@ -31,9 +32,14 @@ def pytest_addoption(parser):
 
 def pytest_generate_tests(metafunc):
     if "build" in metafunc.fixturenames:
-        folders = metafunc.config.getoption("--build") or ["build/asan"]
-        paths = [TOP / folder for folder in folders]
+        paths = build_paths(tuple(metafunc.config.getoption("--build") or ["build/asan"]))
         metafunc.parametrize("build", paths, ids=[path.name for path in paths], scope="session")
+
+
+@functools.lru_cache
+def build_paths(folders):
+    """The same objects for every test: pytest makes a wide fixture anew when its parameter is another object."""
+    return [TOP / folder for folder in folders]
 
 
 @pytest.hookimpl(hookwrapper=True, tryfirst=True)
@@ -86,6 +92,17 @@ def check_end(box):
     box.stop()
     assert left == [], "processes left running"
     assert box.sanitizer_reports() == []
+
+
+@pytest.fixture(scope="module")
+def shared_master(build, tmp_path_factory, request):
+    """A serving master server for all cases of a module that leave it as it was."""
+    box = Sandbox(build, tmp_path_factory.mktemp("shared") / "sandbox")
+    box.start()
+    yield box.master().serve()
+    check_end(box)
+    if request.session.testsfailed == 0:
+        shutil.rmtree(box.work)
 
 
 @pytest.fixture

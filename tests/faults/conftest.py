@@ -10,6 +10,7 @@ import pathlib
 
 import pytest
 
+from attacked_server import AttackedServer
 from fault_table import FaultTable
 from wire_host import WireHost
 
@@ -46,6 +47,12 @@ def figure(record_property):
         record_property("figure", [name, number])
 
     return record
+
+
+@pytest.fixture(scope="module")
+def attacked(shared_master):
+    """A master server with two hosts, shared by all cases of a module."""
+    return AttackedServer(shared_master)
 
 
 @pytest.fixture(scope="session")

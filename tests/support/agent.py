@@ -1,7 +1,8 @@
 """The process inside a sandbox: starts, awaits and signals processes for the test outside.
 
 Requests and replies are one JSON object a line, on standard input and output. The end of input ends the
-agent, and with it the sandbox and everything that still runs in it.
+agent, and with it the sandbox and everything that still runs in it. Connections are handed out over a socket,
+whose descriptor is the only argument.
 """
 
 import json
@@ -100,7 +101,20 @@ def running(_request):
     return {"processes": found}
 
 
+def connect(request):
+    """Opens a connection in the sandbox's network and hands it to the test, which can use it as its own."""
+    with socket.socket() as connection:
+        if request["receiveBuffer"]:  # counts only when it is set before the connection is made
+            connection.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, request["receiveBuffer"])
+        connection.settimeout(request["timeout"])
+        connection.connect((request["address"], request["port"]))
+        with socket.socket(fileno=os.dup(int(sys.argv[1]))) as handover:
+            socket.send_fds(handover, [b"c"], [connection.fileno()])
+    return {}
+
+
 OPERATIONS = {
+    "connect": connect,
     "start": start,
     "wait": wait,
     "signal": send_signal,

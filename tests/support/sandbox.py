@@ -14,6 +14,7 @@ import re
 import shlex
 import shutil
 import signal
+import socket
 import string
 import subprocess
 import time
@@ -112,6 +113,7 @@ class Sandbox:
         self.extra_arguments = []
         self.masters = {}
         self._agent = None
+        self._handover = None
         self._count = 0
         self._lay_out()
 
@@ -204,11 +206,17 @@ class Sandbox:
         self.stop()
 
     def start(self):
-        command = self.arguments() + ["/usr/bin/python3", "-I", "/tests/agent.py"]
+        self._handover, inside = socket.socketpair()
+        command = self.arguments() + ["/usr/bin/python3", "-I", "/tests/agent.py", str(inside.fileno())]
         errors = open(self.work / "sandbox.errors", "wb")
-        with errors:
+        with errors, inside:
             self._agent = subprocess.Popen(
-                command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=errors, text=True
+                command,
+                stdin=subprocess.PIPE,
+                stdout=subprocess.PIPE,
+                stderr=errors,
+                text=True,
+                pass_fds=[inside.fileno()],
             )
 
     def stop(self):
@@ -221,6 +229,7 @@ class Sandbox:
             self._agent.wait()
             self._agent.stdout.close()
             self._agent = None
+            self._handover.close()
 
     def restart(self, *more_arguments):
         """Begins again with further arguments of bubblewrap; the files stay."""
@@ -311,6 +320,14 @@ class Sandbox:
 
     def wait_until_listening(self, address, port=WEB_SERVICE_PORT, timeout=20):
         return self.ask(operation="listening", address=address, port=port, timeout=timeout)["listening"]
+
+    def connect(self, address, port=WEB_SERVICE_PORT, receive_buffer=None, timeout=20):
+        """A connection inside the sandbox's network, as a socket of the test's own process."""
+        self.ask(operation="connect", address=address, port=port, receiveBuffer=receive_buffer, timeout=timeout)
+        _, (descriptor,), _, _ = socket.recv_fds(self._handover, 1, 1)
+        connection = socket.socket(fileno=descriptor)
+        connection.settimeout(timeout)
+        return connection
 
     def processes(self):
         """Process id to command line of everything that runs in the sandbox now."""
