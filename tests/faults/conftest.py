@@ -2,17 +2,20 @@
 
     @pytest.mark.row("B3")   the row of rows.py that a case belongs to; required
     @pytest.mark.full        only in a full run, not in the quick share
+    @pytest.mark.unsanitized only on builds without sanitizers, whose own allocator or slowness is in the way
 
 Marks may stand on a test, or on a parameter set of it.
 """
 
 import pathlib
+import shutil
 
 import pytest
 
-from attacked_server import AttackedServer
 from fault_table import FaultTable
+from servers import Master
 from wire_host import WireHost
+from sweep_bench import Bench
 
 HERE = pathlib.Path(__file__).resolve().parent
 
@@ -20,6 +23,7 @@ HERE = pathlib.Path(__file__).resolve().parent
 def pytest_configure(config):
     config.addinivalue_line("markers", "row(id): the row of the table of faults that a case belongs to")
     config.addinivalue_line("markers", "full: only in a full run of the faults")
+    config.addinivalue_line("markers", "unsanitized: only on builds without sanitizers")
     target = config.getoption("--fault-table")
     if target is not None and not hasattr(config, "workerinput"):
         config.pluginmanager.register(FaultTable(pathlib.Path(target)))
@@ -33,10 +37,19 @@ def pytest_collection_modifyitems(config, items):
             raise pytest.UsageError(f"{item.nodeid}: a case without a row")
         for mark in marks:
             item.user_properties.append(("row", mark.args[0]))
-    if config.getoption("--faults") == "quick":
-        left_out = {item for item in own if item.get_closest_marker("full")}
-        items[:] = [item for item in items if item not in left_out]
-        config.hook.pytest_deselected(items=list(left_out))
+    quick = config.getoption("--faults") == "quick"
+    left_out = {
+        item
+        for item in own
+        if (quick and item.get_closest_marker("full"))
+        or (item.get_closest_marker("unsanitized") and is_sanitized(item.callspec.params["build"]))
+    }
+    items[:] = [item for item in items if item not in left_out]
+    config.hook.pytest_deselected(items=list(left_out))
+
+
+def is_sanitized(build):
+    return "TQ_SANITIZE:BOOL=ON" in (build / "CMakeCache.txt").read_text(errors="replace")
 
 
 @pytest.fixture
@@ -49,10 +62,12 @@ def figure(record_property):
     return record
 
 
-@pytest.fixture(scope="module")
-def attacked(shared_master):
-    """A master server with two hosts, shared by all cases of a module."""
-    return AttackedServer(shared_master)
+@pytest.fixture(scope="session")
+def bench(build, tmp_path_factory, beginnings):
+    """The sandbox of the sweeps, one for each process of pytest."""
+    made = Bench(build, tmp_path_factory.mktemp("bench"), beginnings)
+    yield made
+    made.stop()
 
 
 @pytest.fixture(scope="session")
@@ -69,3 +84,20 @@ def wire(wire_bed, request):
     wire_bed.begin()
     yield wire_bed
     assert wire_bed.box.sanitizer_reports() == []
+
+
+@pytest.fixture
+def enrolled_host(sandbox_of, beginnings):
+    """A host with an identity towards its serving master server, whose box a case may change before the start:
+    enrolled_host(lambda box: ...)."""
+
+    def start(before_start):
+        box = sandbox_of(before_start=before_start)
+        server = Master(box, "master1.example")
+        shutil.copytree(beginnings / "enrolled" / "master", server.data_outside)
+        box.masters[server.name] = server
+        shutil.copytree(beginnings / "enrolled" / "identity", box.var("identity"))
+        server.serve()
+        return box
+
+    return start
