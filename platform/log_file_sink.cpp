@@ -23,6 +23,9 @@ namespace {
 
 constexpr std::size_t DAY_LENGTH = 8;
 
+/// Reading is for the end of what is there.
+constexpr int OPEN_FLAGS = O_RDWR | O_APPEND | O_CREAT;
+
 /// Local date of a time, some days earlier, as yyyymmdd.
 std::string dayText(LogFileSink::Time time, int daysEarlier)
 {
@@ -64,6 +67,15 @@ bool isEmpty(int file)
     return fstat(file, &status) == 0 && status.st_size == 0;
 }
 
+/// The last line has no end: a full disk cut off the last entry of an earlier run.
+bool endsInsideLine(int file)
+{
+    struct stat status {};
+    char last = '\n';
+    return fstat(file, &status) == 0 && status.st_size > 0 &&
+           pread(file, &last, 1, status.st_size - 1) == 1 && last != '\n';
+}
+
 bool isRegular(int directory, const char* name)
 {
     struct stat status {};
@@ -85,8 +97,9 @@ std::string LogFileSink::path(const std::string& day) const
 int LogFileSink::open(Time time)
 {
     day_ = dayText(time, 0);
-    file_ = openOwnFile(path(day_), O_WRONLY | O_APPEND | O_CREAT, mode_, nullptr);
+    file_ = openOwnFile(path(day_), OPEN_FLAGS, mode_, nullptr);
     firstOfDay_ = file_ && isEmpty(file_.get());
+    lineCutOff_ = file_ && endsInsideLine(file_.get());
     return file_.get();
 }
 
@@ -101,9 +114,9 @@ void LogFileSink::keepDays(int days)
 void LogFileSink::changeDay(Time time)
 {
     day_ = dayText(time, 0); // after a failure too: one attempt a day
-    const FileDescriptor next = openOwnFile(path(day_), O_WRONLY | O_APPEND | O_CREAT, mode_, nullptr);
+    const FileDescriptor next = openOwnFile(path(day_), OPEN_FLAGS, mode_, nullptr);
     if (next && dup3(next.get(), file_.get(), O_CLOEXEC) != -1) {
-        lineCutOff_ = false;
+        lineCutOff_ = endsInsideLine(file_.get());
         if (isEmpty(file_.get()))
             removeOldFiles(time);
         return;

@@ -49,7 +49,7 @@ private:
     FileDescriptor file_;
     std::string day_;         ///< yyyymmdd of the open file
     bool firstOfDay_ = false; ///< the file was empty when it was opened
-    bool lineCutOff_ = false; ///< the last entry could be written in part only
+    bool lineCutOff_ = false; ///< the last entry was written in part only, by this run or one before
 };
 
 } // namespace tq

@@ -9,6 +9,7 @@
 #include <chrono>
 #include <csignal>
 #include <fcntl.h>
+#include <fstream>
 #include <spdlog/details/log_msg.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -137,6 +138,17 @@ TEST_F(LogFileSinkTest, EntryCutOffByAFullDiskDoesNotRunIntoTheNext)
     log(FIRST_DAY, "last\n");
     std::signal(SIGXFSZ, previous);
     EXPECT_EQ(text("20261120"), "first entr\nafter\nlast\n");
+}
+
+TEST_F(LogFileSinkTest, EntryCutOffInAnEarlierRunDoesNotRunIntoTheNext)
+{
+    for (const char* day : {"20261120", "20261121"})
+        std::ofstream(directory.file("prog." + std::string(day) + ".log")) << "one\ncut o";
+    ASSERT_NE(sink.open(FIRST_DAY), -1);
+    log(FIRST_DAY, "two\n");
+    log(FIRST_DAY + 24h, "three\n");
+    EXPECT_EQ(text("20261120"), "one\ncut o\ntwo\n");
+    EXPECT_EQ(text("20261121"), "one\ncut o\nthree\n");
 }
 
 TEST_F(LogFileSinkTest, TakesNoPattern)
