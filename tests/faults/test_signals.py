@@ -2,8 +2,11 @@
 locks and children are as after any other fault."""
 
 import signal
+import time
 
 import pytest
+
+from contract import Contract
 
 from sweep_bench import SCENARIOS
 from sweep_points import group_of, some_of
@@ -67,3 +70,41 @@ def test_a_signal_at_some_calls(bench, scenario, number, figure):
 @pytest.mark.parametrize("scenario", SCENARIOS)
 def test_a_signal_at_every_call(bench, scenario, number, figure):
     sweep(bench, scenario, calls_of(bench, scenario), number, figure)
+
+
+# Hangs the first time.
+HANGING = "test -e /shared/output/tool-runs || { touch /shared/output/tool-runs; sleep 600; }"
+
+
+@pytest.mark.row("F5")
+@pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGHUP])
+def test_a_run_that_is_ended_takes_the_tool_it_waits_for_with_it(enrolled_host, number):
+    box = enrolled_host(lambda made: made.put_tool(made.local_sbin, "uname", HANGING))
+    contract = Contract(box)
+    run = start_until_the_tool_runs(box)
+    begun = time.monotonic()
+    run.signal(number)
+    ended = run.wait(20)
+    assert ended.status == -number
+    assert time.monotonic() - begun < GONE_WITHIN_SECONDS
+    contract.check(ended)
+
+
+@pytest.mark.row("F5")
+def test_an_interrupt_from_the_keyboard_ends_the_tool_and_the_run_goes_on(enrolled_host):
+    box = enrolled_host(lambda made: made.put_tool(made.local_sbin, "hostnamectl", HANGING))
+    contract = Contract(box)
+    run = start_until_the_tool_runs(box)
+    box.run(["kill", "-INT", "--", f"-{run.pid}"])  # the terminal sends it to the whole group
+    ended = run.wait(60)
+    assert (ended.status, ended.err) == (0, "")
+    contract.check(ended)
+    contract.check_healed()
+
+
+def start_until_the_tool_runs(box):
+    run = box.start_command("-update")
+    while not (box.shared / "output" / "tool-runs").exists():
+        assert run.is_running()
+        time.sleep(0.01)
+    return run
