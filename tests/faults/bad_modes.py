@@ -81,6 +81,11 @@ def reset(connection):
     connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
 
 
+def reset_after_accept(connection):
+    connection.recv(1)  # else the reset may overtake the client's own look at its connection
+    reset(connection)
+
+
 def silence(_connection):
     time.sleep(SILENCE_SECONDS)
 
@@ -107,7 +112,7 @@ WARNING_ALERT = b"\x15\x03\x03\x00\x02\x01\x5a"
 TLS_RECORD_TOO_LONG = b"\x16\x03\x03\xff\xff" + b"\0" * 0xFFFF
 
 CONNECTIONS = {
-    "reset-after-accept": reset,
+    "reset-after-accept": reset_after_accept,
     "close-after-accept": lambda connection: None,
     "handshake-silence": silence,
     "handshake-drip": drip_handshake,
@@ -276,6 +281,10 @@ def good_with(*headers):
     return lambda request: (answer(request.success, request.good_body, *headers),)
 
 
+def text_answer(text):
+    return lambda request: (answer(request.success, text, "Content-Type: application/json"),)
+
+
 def status_with_body(number):
     return lambda request: (head(number) + request.good_body,)
 
@@ -304,6 +313,18 @@ RETRY_AFTER = {
     "date": "Fri, 01 Jan 2100 00:00:00 GMT",
     "garbage": "soon; \x01\x7f",
 }
+
+
+def refused_once(request):
+    """A token that the server does not know any more; a renewed one is good."""
+    renewed = request.headers.get("authorization", "").startswith("Bearer token-")
+    yield good_answer(request) if renewed else answer(401, b"")
+
+
+def refused_without_renewal(renewal):
+    """No token is good, and none is to be had."""
+    return lambda request: renewal(request) if request.is_for_token else (answer(401, b""),)
+
 
 FORGED_ENTRY = "2026-01-01 00:00:00.000 [1] <2> forger: all is well"
 HOSTILE_TEXTS = {
@@ -382,6 +403,12 @@ REPLIES = {
         f"retry-after-{name}": status(503, ERROR_JSON, f"Retry-After: {value}")
         for name, value in RETRY_AFTER.items()
     },
+    "401-once": refused_once,
+    "401-renewal-500": refused_without_renewal(status(500, ERROR_JSON)),
+    "401-renewal-403": refused_without_renewal(status(403)),
+    "401-renewal-reset": refused_without_renewal(reset_before_reply),
+    "401-renewal-silence": refused_without_renewal(silence_before_headers),
+    "401-renewal-no-json": refused_without_renewal(status(201, b"<html>")),
     **{f"hostile-body-{name}": status(500, text.encode()) for name, text in HOSTILE_TEXTS.items()},
     **{f"hostile-message-{name}": status(500, hostile_json(text)) for name, text in HOSTILE_TEXTS.items()},
 }
@@ -428,14 +455,9 @@ TEXTS = {
     "10-mb-string": b'{"uuid":"1","hostName":"' + b"x" * 10_000_000 + b'"}',
 }
 
-
-def text_answer(text):
-    return lambda request: (answer(request.success, text, "Content-Type: application/json"),)
-
-
 REPLIES |= {f"text-{name}": text_answer(text) for name, text in TEXTS.items()}
 
-# Texts in the answer to a token request, and in that to an enrolment (D3).
+# Replies: texts in the answer to a token request (D3).
 
 TOKEN_TEXTS = {
     "no-object": b"null",
@@ -505,6 +527,11 @@ TLS = {
 # Places without an answer: a listener whose queue is full, one that never reads a body, one that stores what it
 # was asked to and then loses the reply, and the targets of redirects.
 QUEUE_FULL, NEVER_READS, STORED_THEN_RESET, TARGET = "queue-full", "never-reads", "stored-then-reset", "target"
+
+# These spoil answers about tokens in the face of requests, too.
+EVERY_ANSWER = tuple(name for name in REPLIES if name.startswith("401-renewal-"))
+
+DEAD_NAME_SERVERS = ("127.53.0.1", "127.53.0.2")
 
 MODES = (*CONNECTIONS, *REPLIES, *TLS, QUEUE_FULL, NEVER_READS, STORED_THEN_RESET, TARGET)
 

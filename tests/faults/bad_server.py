@@ -146,6 +146,12 @@ class Server:
             client.connect_ex(listener.getsockname())
             self._kept.append(client)
 
+    def listen_for_names(self, address):
+        """A name server that never says a word."""
+        silent = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+        silent.bind((address, 53))
+        self._kept.append(silent)
+
     def serve_forever(self):
         while True:
             for key, _ in self._selector.select():
@@ -177,11 +183,15 @@ class Server:
         with secured:
             while (request := read_request(secured, place.mode != bad_modes.NEVER_READS)) is not None:
                 self._keep(place, secured, request)
-                if request.is_for_token != (place.face == TOKENS) or place.mode in bad_modes.TLS:
-                    secured.sendall(bad_modes.good_answer(request))
-                    continue
-                self._misbehave(place, secured, request)
-                return
+                if self._is_spoiled(place, request):
+                    self._misbehave(place, secured, request)
+                    return
+                secured.sendall(bad_modes.good_answer(request))
+
+    @staticmethod
+    def _is_spoiled(place, request):
+        of_this_face = request.is_for_token == (place.face == TOKENS)
+        return place.mode not in bad_modes.TLS and (of_this_face or place.mode in bad_modes.EVERY_ANSWER)
 
     def _keep(self, place, connection, request):
         self._record.add(
@@ -190,7 +200,7 @@ class Server:
             method=request.method,
             path=request.path,
             authorization=request.headers.get("authorization", ""),
-            body=request.body.decode(errors="replace")[:4096],
+            length=int(request.headers.get("content-length", 0)),
             client=host_names(connection.getpeercert()),
         )
 
@@ -227,6 +237,8 @@ def main():
     server = Server(arguments.certificates, Record(arguments.record))
     for place in places():
         server.listen(place)
+    for address in bad_modes.DEAD_NAME_SERVERS:
+        server.listen_for_names(address)
     arguments.ready.touch()
     server.serve_forever()
 

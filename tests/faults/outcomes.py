@@ -11,7 +11,8 @@ import pytest
 import bad_modes
 from certificates import MASTER
 from contract import identity_files, temporary_files
-from wire_host import TOTAL_SECONDS
+from sandbox import WEB_SERVICE_PORT
+from wire_host import PLANTED_TOKEN, TOTAL_SECONDS
 
 ATTEMPTS = 5
 WAIT_SECONDS = 10
@@ -159,6 +160,38 @@ class AnsweredTwice(Answered):
 
 
 @dataclasses.dataclass(frozen=True)
+class Redirected(Answered):
+    """Nobody goes where an answer leads: all that came, came to the server itself."""
+
+    def check_repeats(self, wire, operation):
+        super().check_repeats(wire, operation)
+        places = {(entry["mode"], entry["port"]) for entry in wire.seen("connection")}
+        assert len(places) == 1
+        assert places.pop()[1] == WEB_SERVICE_PORT
+        assert wire.seen("bytes") == []
+
+
+@dataclasses.dataclass(frozen=True)
+class NotRenewed(NotCarriedOut):
+    """A 401 with no new token to be had: the old one stays."""
+
+    status: int = NO_TOKEN
+
+    def check_read(self, wire, result):
+        assert (result.status, result.err) == (252, failed_with(NO_TOKEN))
+        assert_failures(wire, "Renewing the access token", self.cause, NO_TOKEN)
+
+    def check_update(self, wire, result):
+        assert_update_failed(wire, result, NO_TOKEN)
+        assert_failures(wire, "Renewing the access token", self.cause, NO_TOKEN, ATTEMPTS)
+
+    def check_repeats(self, wire, operation):
+        methods = [method for method, _ in wire.requests()]
+        assert methods == (["GET", "POST"] if operation == "read" else ["PUT", "POST"] * ATTEMPTS)
+        assert wire.stored_token() == PLANTED_TOKEN
+
+
+@dataclasses.dataclass(frozen=True)
 class TextDecides(Outcome):
     """The status of success, with a text that is not what was asked for. A PUT asks for none."""
 
@@ -203,6 +236,9 @@ class Works(TextDecides):
     def check_token(self, wire, result):
         self.check_read(wire, result)
 
+    def check_enrol(self, wire, result):
+        assert_not_enrolled(wire, result, REPLY_UNUSABLE, 'it has no "hostId"')
+
     def check_repeats(self, wire, operation):
         if operation == "token":
             assert [method for method, _ in wire.requests()] == ["POST", "GET"]
@@ -246,7 +282,8 @@ def run(wire, fault, operation):
 
 
 def check(wire, fault, operation):
-    """One case: what the operation comes to, how long it takes, what it leaves, and that the host heals."""
+    """One case: what the operation comes to, how long it takes, what it leaves, and that the host heals.
+    Gives the result of the operation."""
     if operation == "token":
         wire.drop_token()
     elif operation == "enrol":
@@ -264,3 +301,4 @@ def check(wire, fault, operation):
     elif operation == "enrol":
         wire.use_real_master()
         assert wire.enrol().status == 0
+    return result

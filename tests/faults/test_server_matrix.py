@@ -3,7 +3,17 @@
 import pytest
 
 import bad_modes
-from outcomes import Answered, AnsweredTwice, Fault, NotCarriedOut, TextDecides, Works, cases, check
+from outcomes import (
+    Answered,
+    AnsweredTwice,
+    Fault,
+    NotCarriedOut,
+    Redirected,
+    TextDecides,
+    Works,
+    cases,
+    check,
+)
 
 IN_TIME = "the server did not answer in time"
 ENDLESS = NotCarriedOut(7620, IN_TIME)
@@ -77,6 +87,48 @@ def error_statuses():
             yield Fault("B11", f"status-{number}-{name}", answered, ("read",) if in_every_run else (), operations)
 
 
-@pytest.mark.parametrize("fault, operation", cases((*REPLIES, *error_statuses())))
+def redirects():
+    for number in bad_modes.REDIRECTS:
+        for name in bad_modes.REDIRECT_TARGETS:
+            operations = ("read", "token", "update", "enrol") if name == "host" else ("read", "token", "enrol")
+            in_every_run = ("read",) if number in (302, 308) or name == "host" else ()
+            yield Fault("B9", f"redirect-{number}-{name}", Redirected(number), in_every_run, operations)
+
+
+def retries():
+    """What a server says about when to come back changes nothing."""
+    answered = Answered(503, bad_modes.ERROR_JSON.decode())
+    for name in bad_modes.RETRY_AFTER:
+        quick = ("read", "update") if name == "1e12" else ("read",)
+        yield Fault("B12", f"retry-after-{name}", answered, quick)
+    yield Fault("B12", "status-503-json", answered, NEVER, ("update",))
+
+
+FAULTS = (*REPLIES, *redirects(), *error_statuses(), *retries())
+
+
+@pytest.mark.parametrize("fault, operation", cases(FAULTS))
 def test_replies_that_go_wrong(wire, fault, operation):
     check(wire, fault, operation)
+
+
+def hostile_texts():
+    """With the messages the error body is JSON that holds the text, without it is the text."""
+    for name, text in bad_modes.HOSTILE_TEXTS.items():
+        quick = ("read", "token", "update", "enrol") if name in ("esc", "cr-lf") else ("read",)
+        yield Fault("B13", f"hostile-body-{name}", Answered(500, text), ("read",))
+        message = bad_modes.hostile_json(text).decode()
+        yield Fault("B13", f"hostile-message-{name}", Answered(500, message), quick)
+
+
+@pytest.mark.parametrize("fault, operation", cases(hostile_texts()))
+def test_error_texts_forge_no_entry_of_the_log(wire, fault, operation):
+    result = check(wire, fault, operation)
+    if operation == "enrol":  # which has no debug log, and shows one line
+        assert result.err.removesuffix("\n").isprintable()
+        return
+    for file in wire.box.log_files():
+        raw = set(file.read_bytes().decode())
+        assert {char for char in raw if not char.isprintable()} <= {"\n", "\t"}
+    entries = wire.box.log()
+    assert entries and all(entry.context != "forger" for entry in entries)

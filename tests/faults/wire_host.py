@@ -10,7 +10,7 @@ import shutil
 import time
 
 import bad_modes
-from certificates import MASTER, make_server_certificates
+from certificates import CLIENT, MASTER, make_server_certificates, names
 from contract import Contract
 from sandbox import Sandbox
 from servers import Master
@@ -71,8 +71,10 @@ class WireHost:
 
     def _start_bad_server(self):
         ready = self.box.shared / "ready"
-        argv = ["/usr/bin/python3", "/faults/bad_server.py", "--certificates", "/shared/certificates"]
-        server = self.box.start_process(argv + ["--record", "/shared/requests", "--ready", "/shared/ready"])
+        # Its own old protocols are worth a warning to the library, not to us.
+        argv = ["/usr/bin/python3", "-W", "ignore::DeprecationWarning", "/faults/bad_server.py"]
+        argv += ["--certificates", "/shared/certificates", "--record", "/shared/requests"]
+        server = self.box.start_process(argv + ["--ready", "/shared/ready"])
         deadline = time.monotonic() + 60
         while not ready.exists():
             assert server.is_running() and time.monotonic() < deadline, server.errors()
@@ -95,6 +97,9 @@ class WireHost:
         for file in set((self.box.shared / "output").iterdir()) - self.kept_output:
             file.unlink()
         self.plant_token()
+        (self.box.etc / "resolv.conf").unlink(missing_ok=True)
+        shutil.rmtree(self.box.torqv / "pack", ignore_errors=True)
+        shutil.rmtree(self.box.etc / "ssl", ignore_errors=True)
         self.set_limits(*LIMITS)
         self.use_real_master()
 
@@ -103,14 +108,43 @@ class WireHost:
         (self.box.torqv / "torquenix" / "kx.conf").write_text(self.config)
         self.box.add_config(*lines)
 
+    @staticmethod
+    def token_name(server=MASTER):
+        return f"token.host.{server}"
+
     def plant_token(self, server=MASTER):
         """A token that has not expired. The real master server does not know it: there it is renewed."""
-        file = self.box.var("identity") / f"token.host.{server}"
+        file = self.box.var("identity") / self.token_name(server)
         file.write_text(json.dumps({"token": PLANTED_TOKEN, "expiresAt": FAR_FUTURE}))
         file.chmod(0o600)
 
     def drop_token(self):
-        (self.box.var("identity") / f"token.host.{MASTER}").unlink()
+        (self.box.var("identity") / self.token_name()).unlink()
+
+    def give_identities(self, servers):
+        """An identity towards each of some servers, each with a certificate and an identifier of its own."""
+        folder = self.box.var("identity")
+        store = self.box.identity_store()
+        (first,) = store["identities"]
+        store["identities"] = []
+        for number, server in enumerate(servers):
+            host, certificate = f"as-seen-by-{server}", f"host.{server}.crt"
+            pem = self.maker.issue("own", names(host), CLIENT, key=folder / first["privateKey"])
+            (folder / certificate).write_text(pem)
+            (folder / certificate).chmod(0o600)
+            identity = {"server": server, "hostName": host, "certificate": certificate}
+            identity["hostId"] = f"{number:08}-0000-4000-8000-000000000000"
+            store["identities"].append(first | identity)
+            self.plant_token(server)
+        (folder / "identity.json").write_text(json.dumps(store))
+
+    def stored_token(self):
+        return json.loads((self.box.var("identity") / self.token_name()).read_text())["token"]
+
+    def use_dead_name_servers(self):
+        """Names that /etc/hosts does not hold are asked of servers that never answer."""
+        lines = [f"nameserver {address}\n" for address in bad_modes.DEAD_NAME_SERVERS]
+        (self.box.etc / "resolv.conf").write_text("".join(lines))
 
     def point(self, **addresses):
         """Lets names lead to addresses, or nowhere; forgets what servers have seen."""
