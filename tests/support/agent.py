@@ -107,10 +107,13 @@ def connect(request):
         if request["receiveBuffer"]:  # counts only when it is set before the connection is made
             connection.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, request["receiveBuffer"])
         connection.settimeout(request["timeout"])
-        connection.connect((request["address"], request["port"]))
+        try:
+            connection.connect((request["address"], request["port"]))
+        except ConnectionRefusedError:
+            return {"refused": True}
         with socket.socket(fileno=os.dup(int(sys.argv[1]))) as handover:
             socket.send_fds(handover, [b"c"], [connection.fileno()])
-    return {}
+    return {"refused": False}
 
 
 OPERATIONS = {

@@ -5,7 +5,6 @@ import json
 import pathlib
 import ssl
 import subprocess
-import threading
 
 PORT = 1556
 TIMEOUT = 60
@@ -104,11 +103,9 @@ class MasterClient:
         self.master = master
         self.folder = box.work / "clients"
         self.folder.mkdir(exist_ok=True)
-        self._lock = threading.Lock()
 
     def connect_plain(self, **options):
-        with self._lock:
-            return self.box.connect(self.master.address, PORT, **options)
+        return self.box.connect(self.master.address, PORT, **options)
 
     @staticmethod
     def context(identity=None, **settings):

@@ -17,6 +17,7 @@ import signal
 import socket
 import string
 import subprocess
+import threading
 import time
 
 from debug_log import parse_log
@@ -114,6 +115,7 @@ class Sandbox:
         self.masters = {}
         self._agent = None
         self._handover = None
+        self._asking = threading.RLock()
         self._count = 0
         self._lay_out()
 
@@ -238,10 +240,11 @@ class Sandbox:
         self.start()
 
     def ask(self, **request):
-        """One request to the agent and its reply."""
-        self._agent.stdin.write(json.dumps(request) + "\n")
-        self._agent.stdin.flush()
-        line = self._agent.stdout.readline()
+        """One request to the agent and its reply. May be called by several threads."""
+        with self._asking:
+            self._agent.stdin.write(json.dumps(request) + "\n")
+            self._agent.stdin.flush()
+            line = self._agent.stdout.readline()
         if not line:
             raise SandboxError("the sandbox is gone: " + (self.work / "sandbox.errors").read_text())
         reply = json.loads(line)
@@ -323,8 +326,11 @@ class Sandbox:
 
     def connect(self, address, port=WEB_SERVICE_PORT, receive_buffer=None, timeout=20):
         """A connection inside the sandbox's network, as a socket of the test's own process."""
-        self.ask(operation="connect", address=address, port=port, receiveBuffer=receive_buffer, timeout=timeout)
-        _, (descriptor,), _, _ = socket.recv_fds(self._handover, 1, 1)
+        request = {"address": address, "port": port, "receiveBuffer": receive_buffer, "timeout": timeout}
+        with self._asking:
+            if self.ask(operation="connect", **request)["refused"]:
+                raise ConnectionRefusedError(f"nobody listens on {address}")
+            _, (descriptor,), _, _ = socket.recv_fds(self._handover, 1, 1)
         connection = socket.socket(fileno=descriptor)
         connection.settimeout(timeout)
         return connection
