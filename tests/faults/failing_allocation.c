@@ -1,12 +1,12 @@
-/* failing_allocation: makes one allocation of a program fail, or one and all after it. For the tests alone: it is
- * put before the C library with LD_PRELOAD and never installed.
+/* failing_allocation: makes one allocation of a program fail, or one and all after it. For the tests alone: it
+ * is put before the C library with LD_PRELOAD and never installed.
  *
  *   FAIL_ALLOCATION=n       the n-th allocation fails, counted from 1; 0 fails none
  *   FAIL_ALLOCATION_ON=yes  and so do all that follow
  *   FAIL_ALLOCATION_REPORT=file  receives how many allocations there were and, after a crash, its stack
  *
- * The settings are read at load, since the programs under test clear their environment; so their tools are spared.
- * Sleeping takes no time: a failed update would wait 40 s.
+ * The settings are read at load, since the programs under test clear their environment; so their tools are
+ * spared. Sleeping takes no time: a failed update would wait 40 s.
  */
 #define _GNU_SOURCE
 #include <errno.h>

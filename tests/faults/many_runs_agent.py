@@ -1,4 +1,4 @@
-"""Runs inside a sandbox: one command over and over, or at once, or killed at random, and counts how the runs end.
+"""Runs inside a sandbox: one command over and over, or at once, or killed at random; counts how the runs end.
 
     many_runs_agent.py RESULT repeat|together|kill COUNT SEED COMMAND...
 """

@@ -2,9 +2,9 @@
 
     sweep_agent.py JOB
 
-The job and its results are JSON beside each other, JOB and JOB.results. A point says what is injected, by strace's
-expressions or by the environment; its result says how the run ended and names everything that is wrong. It all
-happens in here because a sweep has thousands of runs, and each question from outside would cost as much as one.
+The job and its results are JSON beside each other. A point says what is injected, by strace's expressions or by
+the environment; its result says how the run ended and names everything that is wrong. It all happens in here
+because a sweep has thousands of runs, and each question from outside would cost as much as one.
 """
 
 import contextlib
@@ -195,7 +195,8 @@ class Host:
         return self.faults_of_healed()
 
     def run_healthy(self, which):
-        done = subprocess.run(self.arguments(which), env=self.job["environment"], capture_output=True, timeout=60)
+        argv = self.arguments(which)
+        done = subprocess.run(argv, env=self.job["environment"], capture_output=True, timeout=60, check=False)
         return done.returncode, done.stdout.decode(errors="replace"), done.stderr.decode(errors="replace")
 
     def faults_of_healed(self):
@@ -303,12 +304,12 @@ def times_injected():
 def meet(host, point, job):
     """One run that meets one fault, and the run after it."""
     host.reset()
+    argv = strace(point) + host.arguments("command")
     environment = job["environment"] | point.get("environment", {})
     begun = time.monotonic()
     try:
-        done = subprocess.run(
-            strace(point) + host.arguments("command"), env=environment, capture_output=True, timeout=job["seconds"]
-        )
+        limit = job["seconds"]
+        done = subprocess.run(argv, env=environment, capture_output=True, timeout=limit, check=False)
     except subprocess.TimeoutExpired:
         host.end_what_is_left()
         return {"point": point["name"], "bad": [f"it hangs: still running after {job['seconds']} s"]}

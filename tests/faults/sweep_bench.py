@@ -1,7 +1,7 @@
 """The bench of the sweeps: one sandbox that meets thousands of faults, in one scenario after another.
 
-A scenario is one run of a program from a known state; the bench makes that state once and keeps a copy of it, and
-sweep_agent.py puts it back before each point. The host's tools are trivial: what they say is no matter here.
+A scenario is one run of a program from a known state; the bench makes that state once and keeps a copy of it,
+and sweep_agent.py puts it back before each point. The host's tools are trivial: what they say is no matter here.
 """
 
 import contextlib
@@ -17,7 +17,8 @@ from sweep_points import calls_of_trace
 
 MASTER = "master1.example"
 COMMAND = f"{BIN_DIR}/tqhostdbcmd"
-ENROL = [f"{BIN_DIR}/tqenroll", "--server", MASTER, "--invitation", "{invitation}", "--fingerprint", "{fingerprint}"]
+ENROL = [f"{BIN_DIR}/tqenroll", "--server", MASTER]
+ENROL += ["--invitation", "{invitation}", "--fingerprint", "{fingerprint}"]
 
 
 @dataclasses.dataclass(frozen=True)

@@ -1,8 +1,8 @@
 """The points of a sweep: every system call of a run, by name and number, from a plain trace of it.
 
 strace counts the calls of each name apart and each process apart, so a point is (name, k), and only the main
-thread is traced: what a tool does at its own k-th call is that tool's affair (rows G), and the one other thread,
-libcurl's for name look-ups, touches nothing that outlives the process.
+thread is traced: what a tool does at its own k-th call is that tool's affair (rows G), and the one other
+thread, libcurl's for name look-ups, touches nothing that outlives the process.
 """
 
 import random
@@ -12,7 +12,7 @@ import re
 # libraries. Killed there, a program has not begun, so all of it is one point: the last one before main().
 FIRST_OF_MAIN = re.compile(r"^fcntl\(0, F_GETFD")
 
-# Memory of the process itself: nothing outside it differs from the call that follows, which is a point itself.
+# Memory of the process itself: outside it nothing differs from the call that follows, which is a point.
 MEMORY_CALLS = {"brk", "mmap", "munmap", "mprotect", "madvise", "mremap"}
 
 # Groups of names, so that a case's name says where a failure lies. Every other name is of the group "rest".
@@ -22,8 +22,8 @@ GROUPS = {
     "write": ("write",),
     "status": ("newfstatat", "access", "utimensat", "fcntl"),
     "whole-files": ("rename", "unlink", "mkdir", "fsync", "ftruncate", "flock"),
-    "network": ("socket", "socketpair", "connect", "bind", "sendto", "recvfrom", "recvmsg", "poll", "getsockopt",
-                "setsockopt", "getsockname", "getpeername"),
+    "network": ("socket", "socketpair", "connect", "bind", "sendto", "recvfrom", "recvmsg", "poll",
+                "getsockopt", "setsockopt", "getsockname", "getpeername"),
     "children": ("clone3", "wait4", "pipe2", "prctl", "prlimit64", "timer_create", "timer_settime",
                  "timer_delete"),
     "signals": ("rt_sigaction", "rt_sigprocmask"),
@@ -56,7 +56,7 @@ def calls_of_trace(text):
 
 
 def some_of(points, number, seed):
-    """A sample that is the same for the same seed, in order; every name of a call is in it if there is room."""
+    """A sample, the same for the same seed, in order; every name of a call is in it if there is room."""
     if number >= len(points):
         return list(points)
     chance = random.Random(seed)

@@ -1,5 +1,5 @@
-"""A system call fails: no crash, no hang, no success that the server's store does not bear out, no broken file, and
-the next run heals."""
+"""A system call fails: no crash, no hang, no success that the server's store does not bear out, no broken file,
+and the next run heals."""
 
 import pytest
 
@@ -13,8 +13,8 @@ POINTS_OF_A_CALL = 10
 
 ERRORS = ("ENOSPC", "EIO", "EACCES", "EMFILE", "ENOMEM", "EINTR")
 
-# Whatever can fail outside the process: files and folders, locks, children, the network. Left out are calls that
-# cannot fail (getpid), that only ask (uname), and those of memory, which row F1 has.
+# Whatever can fail outside the process: files and folders, locks, children, the network. Left out are calls
+# that cannot fail (getpid), that only ask (uname), and those of memory, which row F1 has.
 CALLS = ("openat", "read", "write", "close", "fsync", "rename", "unlink", "mkdir", "newfstatat", "getdents64",
          "ftruncate", "flock", "pipe2", "clone3", "socket", "connect", "sendto", "recvfrom", "poll")
 

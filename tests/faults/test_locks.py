@@ -8,8 +8,9 @@ import time
 import pytest
 
 from contract import Contract, held_locks
-from sandbox import NO_CLUSTER
+from sandbox import BIN_DIR, NO_CLUSTER
 
+COMMAND = f"{BIN_DIR}/tqhostdbcmd"
 MASTER1 = "master1.example"
 UPDATE_LOCK = f"/usr/torqv/var/hostdbupdate.lock.{MASTER1}"
 BUSY = "Requested operation failed with error: 0\n"
@@ -35,7 +36,7 @@ def is_putting(server):
 
 def verdicts(box, ended=True):
     """Whether each run under the lock passed, in order. An entry is one write to the log's end and is written
-    while the lock is held, so the log's order is the order of the holders: another one in between is refused."""
+    while the lock is held, so the log's order is the order of the holders: another in between is refused."""
     holder, ends = None, []
     for entry in box.log():
         if entry.text.startswith(TAKEN):
@@ -155,8 +156,9 @@ def trivial_tools(box):
 
 def loops(box, count):
     """Runs plain and daemon updates over and over, until end_loops()."""
-    commands = [["/usr/torqv/torquenix/bin/tqhostdbcmd", "-update", "-force", *more] for more in ([], ["-daemon"])]
-    return [box.start_process(["sh", "-c", LOOP, "loop", *NO_WAIT, *commands[n % 2]]) for n in range(count)]
+    forced = [*NO_WAIT, COMMAND, "-update", "-force"]
+    commands = [forced, [*forced, "-daemon"]]
+    return [box.start_process(["sh", "-c", LOOP, "loop", *commands[n % 2]]) for n in range(count)]
 
 
 def end_loops(box, started):
@@ -240,11 +242,9 @@ def test_a_lock_file_under_which_somebody_waits_is(enrolled, change, err):
     first = enrolled.hold_lock(UPDATE_LOCK)
     trace = enrolled.shared / "output" / "waits"
     trace.touch()
-    waiting = enrolled.start_process(
-        ["strace", "-o", f"/shared/output/{trace.name}", "-e", "trace=clock_nanosleep", "-e",
-         "inject=clock_nanosleep:delay_enter=1500000:when=1", "/usr/torqv/torquenix/bin/tqhostdbcmd", "-update"],
-        traced=True,
-    )
+    slowed = ["strace", "-o", f"/shared/output/{trace.name}", "-e", "trace=clock_nanosleep"]
+    slowed += ["-e", "inject=clock_nanosleep:delay_enter=1500000:when=1"]
+    waiting = enrolled.start_process([*slowed, COMMAND, "-update"], traced=True)
     wait_for(lambda: "clock_nanosleep" in trace.read_text())
     second = change(enrolled)
     enrolled.let_go(first)

@@ -1,5 +1,5 @@
-"""Signals at every system call: TERM, HUP and INT end the run within two seconds, PIPE ends nothing, and files,
-locks and children are as after any other fault."""
+"""Signals at every system call: TERM, HUP and INT end the run within two seconds, PIPE ends nothing, and
+files, locks and children are as after any other fault."""
 
 import signal
 import time
@@ -20,12 +20,14 @@ SIGNALS = (*ENDING, "PIPE")
 GONE_WITHIN_SECONDS = 2
 BUSY_MACHINE_SECONDS = 8
 
-# What these calls do stays within the process; a signal meets the same handler there as at the call that follows.
+# What these calls do stays within the process; a signal meets the same there as at the call that follows.
 WITHIN_THE_PROCESS = ("signals", "rest")
 
 
 def sent(calls, number):
-    return [{"name": f"{name} {k} {number}", "inject": [f"{name}:signal={number}:when={k}"]} for name, k in calls]
+    return [
+        {"name": f"{name} {k} {number}", "inject": [f"{name}:signal={number}:when={k}"]} for name, k in calls
+    ]
 
 
 def is_wrong_end(result, number):
@@ -40,7 +42,9 @@ def sweep(bench, scenario, calls, number, figure):
     results = bench.meet(scenario, sent(calls, number), seconds=GONE_WITHIN_SECONDS + BUSY_MACHINE_SECONDS)
     bad = [(result["point"], result["bad"]) for result in results if result["bad"]]
     met = [result for result in results if result.get("injected")]
-    wrong = [(result["point"], result["status"], result["err"]) for result in met if is_wrong_end(result, number)]
+    wrong = [
+        (result["point"], result["status"], result["err"]) for result in met if is_wrong_end(result, number)
+    ]
     unhealed = [(result["point"], result["unhealed"]) for result in results if result.get("unhealed")]
     figure("points", len(results))
     figure("signals met", len(met))
