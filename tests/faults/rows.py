@@ -67,7 +67,7 @@ ROWS = {
     "D7": Row("two identities towards two servers in one run"),
     "D8": Row("secrets in log, output, arguments, environment, cache, status or temporary files"),
     "E1": Row("disk full at each write, mkdir and rename; out of inodes; /dev/full"),
-    "E2": Row("EIO at write, fsync, close, read and rename"),
+    "E2": Row("EIO at write, fsync, close, read and rename; six errors at twenty system calls"),
     "E3": Row("read-only file system; state folder missing, a file, of another owner, open to all"),
     "E4": Row("log folder missing, unwritable, full, log rotated away meanwhile"),
     "E5": Row("cache, status and token file empty, cut, binary, 1 GB, of another version, a folder, a dangling link"),
