@@ -12,6 +12,7 @@
 #include <linux/close_range.h>
 #include <memory>
 #include <string_view>
+#include <sys/prctl.h>
 #include <unistd.h>
 
 namespace tq {
@@ -121,6 +122,8 @@ void prepareProcess()
 {
     openStandardDescriptors();
     keepDescriptorsFromCommands();
+    // A core file would hold the access token. Last of what reads /proc/self, which is then root's alone.
+    prctl(PR_SET_DUMPABLE, 0);
     prepareSignals();
     reduceEnvironment();
     // A "*" in a fixed command text would be expanded in the caller's directory.

@@ -8,11 +8,12 @@
 namespace tq {
 
 /// Called first in every main(): opens descriptors 0 to 2 on /dev/null where they are closed and keeps every
-/// other inherited one from external commands, puts signals into a known state (all unblocked, SIGCHLD
-/// default, SIGPIPE and SIGXFSZ caught by a handler that does nothing, SIGTERM, SIGHUP and SIGINT ending the
-/// running external command before this process; a SIGHUP, SIGINT or SIGQUIT that was ignored on entry stays
-/// so, as nohup and shells ask for), changes to "/", and reduces the environment to LANG, LANGUAGE, LC_*, TZ
-/// and a fixed PATH. The file-creation mask is not touched. Neither fails nor prints.
+/// other inherited one from external commands, keeps this process (not its commands) from leaving a core
+/// file, which would hold tokens, puts signals into a known state (all unblocked, SIGCHLD default, SIGPIPE
+/// and SIGXFSZ caught by a handler that does nothing, SIGTERM, SIGHUP and SIGINT ending the running external
+/// command before this process; a SIGHUP, SIGINT or SIGQUIT that was ignored on entry stays so, as nohup and
+/// shells ask for), changes to "/", and reduces the environment to LANG, LANGUAGE, LC_*, TZ and a fixed PATH.
+/// The file-creation mask is not touched. Neither fails nor prints.
 void prepareProcess();
 
 /// Limits around one call of system(), or around one popen() to pclose(): after the time limit the shell and

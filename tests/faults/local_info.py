@@ -4,6 +4,8 @@ import json
 
 from sandbox import BIN_DIR, NO_CLUSTER
 
+PEAK_FILE = "/shared/output/peak-memory"
+
 
 def describe(box, **options):
     """The host's record, from a run that has nothing to say on standard error."""
@@ -19,5 +21,6 @@ def errors_but_the_clusters(box):
 
 def run_measured(box, *arguments):
     """Runs the command; its result and the most memory in KiB that it or one of its tools had resident."""
-    result = box.run(["/usr/bin/python3", "-I", "/faults/peak_memory.py", f"{BIN_DIR}/tqhostdbcmd", *arguments])
+    argv = ["/usr/bin/python3", "-I", "/faults/peak_memory.py", PEAK_FILE, f"{BIN_DIR}/tqhostdbcmd"]
+    result = box.run([*argv, *arguments])
     return result, int((box.shared / "output" / "peak-memory").read_text())

@@ -1,11 +1,11 @@
-"""Inside a sandbox: runs a program, writes its peak memory in KiB to a file, and ends with its exit status."""
+"""Runs a program and writes the most memory that it had at one time, in KiB, to a file: FILE PROGRAM [ARGUMENT...]"""
 
 import pathlib
 import resource
 import subprocess
 import sys
 
-result = subprocess.run(sys.argv[1:], check=False)
+ended = subprocess.run(sys.argv[2:], check=False)
 peak = resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss
-pathlib.Path("/shared/output/peak-memory").write_text(f"{peak}\n")
-sys.exit(result.returncode)
+pathlib.Path(sys.argv[1]).write_text(str(peak))
+sys.exit(ended.returncode)

@@ -16,6 +16,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
@@ -43,6 +44,7 @@ int report(const char* path)
     }
     const mode_t mask = umask(0);
     umask(mask);
+    text << "dumpable " << prctl(PR_GET_DUMPABLE) << '\n';
     text << "mask " << mask << "\ncwd " << targetOf("/proc/self/cwd") << '\n';
     std::ifstream status("/proc/self/status");
     for (std::string line; std::getline(status, line);) {

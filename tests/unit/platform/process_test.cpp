@@ -226,6 +226,11 @@ TEST_F(ProcessStart, FileCreationMaskIsNotTouched)
     EXPECT_THAT(of("mask", report({}, [] { umask(077); })), UnorderedElementsAre("63"));
 }
 
+TEST_F(ProcessStart, NoCoreFileCanBeLeftWithATokenInIt)
+{
+    EXPECT_THAT(of("dumpable", report({}, {})), UnorderedElementsAre("0"));
+}
+
 void blockAndIgnoreAll(const std::vector<int>& kept)
 {
     sigset_t all;
