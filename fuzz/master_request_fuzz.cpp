@@ -4,7 +4,8 @@
 ///
 /// Letters: "c" the certificate of an enrolled host, "n" one with the names of the last part, else none; "s"
 /// the body comes in small pieces, "e" it ends early. Marks that are replaced: "@token@", "@uuid@", "@other@"
-/// (the identifier of another host), "@invitation@", "@request@" (a good certificate request).
+/// (the identifier of another host), "@invitation@", "@request@" (a good certificate request), "@large@" (as
+/// many bytes as a body may have).
 #include "fuzz/support/target.h"
 #include "fuzz/support/template_text.h"
 #include "masterd/clock.h"
@@ -78,7 +79,8 @@ public:
         values_ = {{"@token@", store_.issueToken(own_.hostId, now_, now_ + 604800).text()},
                    {"@uuid@", own_.hostId},
                    {"@other@", other_.hostId},
-                   {"@request@", fuzz::jsonEscaped(tq::makeCertificateRequest(*key, "x"))}};
+                   {"@request@", fuzz::jsonEscaped(tq::makeCertificateRequest(*key, "x"))},
+                   {"@large@", std::string(masterd::MAX_BODY_BYTES, 'x')}};
     }
     Master(const Master&) = delete;
     Master& operator=(const Master&) = delete;
@@ -169,7 +171,7 @@ private:
     static bool deliver(const std::string& body, std::string_view letters,
                         const httplib::ContentReceiver& receive)
     {
-        const std::size_t piece = letters.find('s') == std::string_view::npos ? body.size() + 1 : 7;
+        const std::size_t piece = letters.find('s') == std::string_view::npos ? body.size() + 1 : 97;
         for (std::size_t at = 0; at < body.size(); at += piece) {
             if (!receive(body.data() + at, std::min(piece, body.size() - at)))
                 return false;

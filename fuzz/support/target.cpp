@@ -39,10 +39,33 @@ bool isControl(char byte)
     return value < 0x20 || value == 0x7f;
 }
 
+bool holdsDisguise(std::string_view text)
+{
+    const auto byteAt = [&](std::size_t at) {
+        return at < text.size() ? static_cast<unsigned char>(text[at]) : 0;
+    };
+    const auto isWithin = [](unsigned byte, unsigned first, unsigned last) {
+        return byte >= first && byte <= last;
+    };
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        const unsigned second = byteAt(at + 1);
+        const unsigned third = byteAt(at + 2);
+        const bool isControl = byteAt(at) == 0xc2 && isWithin(second, 0x80, 0x9f);
+        const bool isArabicMark = byteAt(at) == 0xd8 && second == 0x9c;
+        const bool isLineOrDirection = byteAt(at) == 0xe2 && second == 0x80 &&
+                                       (isWithin(third, 0x8e, 0x8f) || isWithin(third, 0xa8, 0xae));
+        const bool isIsolate = byteAt(at) == 0xe2 && second == 0x81 && isWithin(third, 0xa6, 0xa9);
+        if (isControl || isArabicMark || isLineOrDirection || isIsolate)
+            return true;
+    }
+    return false;
+}
+
 void requireLogEntry(std::string_view entry)
 {
     require(!entry.empty() && entry.back() == '\n', "an entry ends with its line end", entry);
     require(isUtf8(entry), "an entry is UTF-8", entry);
+    require(!holdsDisguise(entry), "an entry turns no direction and begins no line in a viewer", entry);
     Parts lines(entry.substr(0, entry.size() - 1), '\n');
     const std::string_view head = lines.next();
     // "2026-11-20 08:10:42.123 [pid] <level> "

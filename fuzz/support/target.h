@@ -24,8 +24,12 @@ bool isJson(std::string_view text);
 /// Whether a byte is a control character of ASCII.
 bool isControl(char byte);
 
-/// Whether an entry of the debug log is one line with its head, followed by lines that begin with a tab, all
-/// UTF-8 and without any other control character.
+/// Whether a UTF-8 text holds a control character of C1, a line separator of Unicode or one of its marks that
+/// turn the direction of what follows.
+bool holdsDisguise(std::string_view text);
+
+/// Requires that an entry of the debug log is one line with its head, followed by lines that begin with a
+/// tab, all UTF-8 and without any other control character or disguise.
 void requireLogEntry(std::string_view entry);
 
 /// An input in parts, each ended by the separator: seeds stay texts that a person can write.
