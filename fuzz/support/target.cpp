@@ -42,7 +42,7 @@ bool isControl(char byte)
 bool holdsDisguise(std::string_view text)
 {
     const auto byteAt = [&](std::size_t at) {
-        return at < text.size() ? static_cast<unsigned char>(text[at]) : 0;
+        return at < text.size() ? static_cast<unsigned char>(text[at]) : static_cast<unsigned char>(0);
     };
     const auto isWithin = [](unsigned byte, unsigned first, unsigned last) {
         return byte >= first && byte <= last;
