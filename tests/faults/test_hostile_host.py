@@ -1,0 +1,463 @@
+"""Configuration, release files, names and kernel files that say what they should not: text is text, never run, and a
+damaged source costs its own fact alone."""
+
+import json
+import os
+
+import pytest
+
+from contract import Contract
+from local_info import describe, errors_but_the_clusters
+from sandbox import BIN_DIR
+
+MASTER1 = "master1.example"
+COMMAND = f"{BIN_DIR}/tqhostdbcmd"
+VERSION_FILE = f"{BIN_DIR}/version"
+EXECUTED = "/shared/output/executed"
+COMMANDS_IN_TEXT = f"$(touch {EXECUTED})`touch {EXECUTED}`;touch {EXECUTED}|touch {EXECUTED}&"
+
+
+def make_dangling_link(path):
+    path.symlink_to("/usr/torqv/nowhere")
+
+
+def make_fifo(path):
+    os.mkfifo(path)
+
+
+def make_folder(path):
+    path.mkdir()
+
+
+def assert_nothing_executed(box):
+    assert not (box.shared / "output" / "executed").exists()
+
+
+# The product configuration
+
+
+@pytest.mark.row("H3")
+@pytest.mark.full
+@pytest.mark.parametrize(
+    "content",
+    [
+        b"\0\xff\xfe\nSERVER = master1.example\n",
+        b"SERVER = master1.example",
+        b"SERVER = master1.example\r\nCLIENT_NAME = h\r\n",
+        b"no equals sign\n= value\nserver   =    master1.example   \n",
+        b"SERVER = master1.example\nCLIENT_NAME = " + b"x" * 900_000 + b"\n",
+        b"UNKNOWN = 1\nSERVER = master1.example\nUNKNOWN_TOO = $(id)\n",
+        b"\xef\xbb\xbf# first\nSERVER = master1.example\n",
+        b"CLIENT_NAME = a\nSERVER = master1.example\nCLIENT_NAME = ../../b\nMACHINE_TQU_TYPE = ../x\n",
+        b"SERVER = master1.example\nWEB_CONNECT_SECONDS = 99999999999999999999\nDEBUG_LOG_DAYS = no\n",
+    ],
+    ids=["binary", "no-line-end", "cr-lf", "no-equals-sign", "long-line", "unknown-keys", "bom", "twice", "numbers"],
+)
+def test_a_damaged_configuration_keeps_what_can_be_read_of_it(enrolled, content):
+    (enrolled.torqv / "torquenix" / "kx.conf").write_bytes(content)
+    result = enrolled.command("-localinfo")
+    assert result.status == 0, result.err
+    assert json.loads(result.out)["masterServer"] == MASTER1
+
+
+@pytest.mark.row("H3")
+def test_a_configuration_of_more_than_a_mebibyte_is_none(box):
+    box.add_config("#" * 1_100_000)
+    assert box.command("-localinfo").status == 111
+    assert any("kx.conf" in text for text in box.log_texts(16))
+
+
+@pytest.mark.row("H3")
+def test_a_line_without_an_equals_sign_is_noted(enrolled):
+    enrolled.add_config("no equals sign")
+    assert enrolled.command("-localinfo").status == 0
+    assert any("kx.conf" in text and "3" in text for text in enrolled.log_texts(8))
+
+
+@pytest.mark.row("H3")
+@pytest.mark.parametrize("make", [make_dangling_link, make_fifo, make_folder])
+def test_a_configuration_that_is_no_file_is_none(box, make):
+    config = box.torqv / "torquenix" / "kx.conf"
+    config.unlink()
+    make(config)
+    assert box.command("-localinfo").status == 111
+    assert any("kx.conf" in text for text in box.log_texts(16))
+
+
+@pytest.mark.row("H3")
+def test_an_update_without_a_configuration_is_12(enrolled):
+    (enrolled.torqv / "torquenix" / "kx.conf").unlink()
+    result = enrolled.update_without_waiting()
+    assert (result.status, result.err) == (12, "Requested operation failed with error: 12\n")
+    assert "loadHostInfoFromKXConf() error : 12" in enrolled.log_texts(16)
+
+
+@pytest.mark.row("H3")
+def test_a_gigabyte_of_configuration_is_none(box):
+    with open(box.torqv / "torquenix" / "kx.conf", "ab") as file:
+        file.truncate(1 << 30)
+    result = box.command("-localinfo")
+    assert (result.status, result.out) == (111, "")
+    assert any("kx.conf" in text and "too large" in text for text in box.log_texts(16))
+
+
+@pytest.mark.row("H3")
+@pytest.mark.parametrize("owner, mode", [(12345, 0o644), (0, 0o666)])
+def test_whoever_owns_the_configuration_it_is_read(enrolled, owner, mode):
+    config = enrolled.torqv / "torquenix" / "kx.conf"
+    os.chown(config, owner, owner)
+    config.chmod(mode)
+    assert enrolled.command("-localinfo").status == 0
+
+
+# Names of servers
+
+
+@pytest.mark.row("H6")
+@pytest.mark.parametrize("name", [".hidden", "a/b", "daemon", "x" * 254, "two words", "tab\there"])
+def test_a_server_name_that_could_not_be_a_file_is_left_out(enrolled, name):
+    enrolled.add_config(f"SERVER = {name}")
+    result = enrolled.command("-localinfo")
+    assert result.status == 0
+    assert json.loads(result.out)["servers"] == [MASTER1]
+    assert any("kx.conf" in text for text in enrolled.log_texts(16))
+
+
+# Hotfixes
+
+
+@pytest.fixture
+def summary(identified):
+    """A host and its pack summary, not there yet."""
+    box = identified("debian12")
+    file = box.torqv / "pack" / "pack.summary"
+    file.parent.mkdir()
+    return box, file
+
+
+@pytest.mark.row("H4")
+@pytest.mark.full
+@pytest.mark.parametrize(
+    "line, name",
+    [
+        (b"HFX_Torquenix_9.1_PET1_SET1", b"Torquenix_9.1_PET1_SET1"),
+        (b"HFX_Torquenix_9.1.0.1_PET1_SET1 and more", b"Torquenix_9.1.0.1_PET1_SET1"),
+        (b"HFX_Torquenix_10.0_PET1_SET1", b"Torquenix_10.0_PET1_SET1"),
+        (b"Torquenix_9.2_PET2 HFX_Torquenix_9.1_PET1_SET1", b"Torquenix_9.2_PET2"),
+        (b"HFX_Torquenix_9.0.0.5_PET1_SET1", None),
+        (b"HFX_Torquenix_9.1_PET1", None),
+        (b"HFX_Torquenix _SET", None),
+        (b"HFX_Torquenix__PET1_SET1", None),
+        (b"HFX_Torquenix_9.1_SET1", None),
+        (b"Torquenix_9.1_PET1_SET1", None),
+        (b"HFX_Torquenix_x_PET1_SET1", None),
+        (b"HFX_Torquenix_99999999999999999999_PET1_SET1", b"Torquenix_99999999999999999999_PET1_SET1"),
+        (b"HFX_Torquenix_-1.-1.-1.-1_PET1_SET1", None),
+        (b"HFX_Torquenix_9.0.0.99999999_PET1_SET1", b"Torquenix_9.0.0.99999999_PET1_SET1"),
+    ],
+)
+def test_a_line_of_the_summary_names_a_bundle_or_none(summary, line, name):
+    box, file = summary
+    file.write_bytes(b"header\n" + line + b"\n")
+    assert describe(box)["installedHFXs"].encode() == (name or b"")
+    assert box.log_of("CHostInformation::retrieveHFXsInstalled")[-1] == (
+        f"Stored unique HFX : {name.decode()}" if name else "No HFXs found on this host "
+    )
+
+
+@pytest.mark.row("H4")
+@pytest.mark.full
+@pytest.mark.parametrize(
+    "content",
+    [b"", b"\0" * 10_000, bytes(range(256)) * 40, b"\n" * 10_000, b"HFX_Torquenix_SET" * 600_000],
+    ids=["empty", "nuls", "binary", "empty-lines", "10-megabytes-on-one-line"],
+)
+def test_a_summary_that_names_no_bundle_means_none(summary, content):
+    box, file = summary
+    file.write_bytes(content)
+    assert describe(box) == box.expected_record()
+    assert "No HFXs found on this host " in box.log_texts(2)
+
+
+@pytest.mark.row("H4")
+def test_a_summary_that_is_cut_off_and_damaged_keeps_the_bundles_that_can_be_read(summary):
+    box, file = summary
+    lines = [b"\xff\0 HFX_Torquenix_9.1_PET9_SET1\r", b"\0", b"HFX_Torquenix_9.1_PET1_SET1 x"]
+    file.write_bytes(b"\n".join([*lines, b"HFX_Torquenix_9.2_PET5_SET"]))
+    assert describe(box)["installedHFXs"].split(",") == [
+        "Torquenix_9.1_PET1_SET1",
+        "Torquenix_9.1_PET9_SET1\r",
+        "Torquenix_9.2_PET5_SET",
+    ]
+
+
+@pytest.mark.row("H4")
+@pytest.mark.parametrize("make", [lambda file: file.mkdir(), os.mkfifo], ids=["folder", "fifo"])
+def test_a_summary_that_cannot_be_read_ends_the_load_with_7501(summary, make):
+    box, file = summary
+    make(file)
+    check_that_the_summary_ends_the_load(box)
+
+
+@pytest.mark.row("H4")
+@pytest.mark.full
+def test_a_summary_without_permission_to_read_ends_the_load_with_7501(summary):
+    box, file = summary
+    file.write_text("")
+    file.chmod(0)
+    check_that_the_summary_ends_the_load(box, capabilities=False)
+
+
+def check_that_the_summary_ends_the_load(box, **options):
+    result = box.command("-localinfo", timeout=60, **options)
+    assert (result.status, result.out) == (252, "")
+    assert result.err == "Requested operation failed with error: 7501\n"
+    errors = box.log_texts(16)
+    assert "Unable to open pack.summary/history.log file" in errors
+    assert "Failed to get HFX details, errorcode : 7501" in errors
+
+
+@pytest.mark.row("H4")
+@pytest.mark.full
+def test_a_summary_that_is_a_link_to_nowhere_means_none(summary):
+    box, file = summary
+    file.symlink_to("/nowhere")
+    assert describe(box) == box.expected_record()
+    assert (
+        "pack.summary file does not exist, considering no HFX's installed on machine" in box.log_texts(2)
+    )
+
+
+# Version files
+
+
+@pytest.mark.row("H4")
+@pytest.mark.full
+@pytest.mark.parametrize(
+    "content, said",
+    [
+        (b"", "[]; does not begin with: [Torquenix-]."),
+        (b"\0\xff", None),
+        (b"Torquenix-Linux\n", "[Torquenix-Linux]; no blank separator found."),
+        (b"Torquenix-Linux x\n", "[Torquenix-Linux x]; no version number found."),
+        (b"x" * 10_000_000, None),
+    ],
+    ids=["empty", "binary", "no-blank", "no-number", "10-megabytes-on-one-line"],
+)
+def test_a_damaged_version_file_gives_the_programs_own_version(identified, content, said):
+    box = identified("rhel7-physical")
+    (box.torqv / "torquenix" / "bin" / "version").write_bytes(content)
+    assert describe(box) == box.expected_record()
+    errors = errors_but_the_clusters(box)
+    if said:
+        assert errors[0] == f"Invalid format for the Torquenix version: {said}"
+    assert errors[-1] == (
+        "Error occurred in readTorquenixVersionFile() when reading version file: "
+        f"[{VERSION_FILE}], error status: [13]."
+    )
+
+
+@pytest.mark.row("H4")
+@pytest.mark.full
+def test_empty_version_files_of_a_server_give_the_programs_own_version(identified):
+    box = identified("sles15")
+    for file in ("torquenix/version", "torquenix/bin/version"):
+        (box.torqv / file).write_text("")
+    assert describe(box) == box.expected_record()
+    assert "Torquenix version not found in version file: [/usr/torqv/torquenix/version]." in box.log_texts(16)
+
+
+# Release files
+
+
+@pytest.mark.row("H4")
+@pytest.mark.full
+@pytest.mark.parametrize(
+    "content, release",
+    [
+        (b"", "Unknown"),
+        (b"\0" * 1000, "Unknown"),
+        (bytes(range(256)) * 40, "Unknown"),
+        (b"release", "Unknown"),
+        (b"x" * 10_000_000, "Unknown"),
+        (b"a release 1.2.3.4567 x", "1.2.3"),
+        (b"a release 123456789", "12345678"),
+        (b"a release 1\nanother release 2", "2"),
+    ],
+    ids=["empty", "nuls", "binary", "one-word", "long-line", "build-number", "nine-digits", "two-lines"],
+)
+def test_a_damaged_release_file_gives_a_release_or_unknown(identified, content, release):
+    box = identified("rhel7-physical")
+    (box.etc / "redhat-release").write_bytes(content)
+    assert describe(box) == box.expected_record() | {"osReleaseVersion": release}
+
+
+# Names of the host
+
+
+NAMES = {
+    "quotes-and-semicolons": 'a";x',
+    "commands": f"$(touch {EXECUTED})`id`;id",
+    "64-bytes-of-no-text": os.fsdecode(b"\xff" * 64),
+    "line-end": "a\nb",
+    "path": "../../etc",
+}
+
+
+@pytest.mark.row("H4")
+@pytest.mark.parametrize(
+    "name", [pytest.param(name, id=kind, marks=[pytest.mark.full] * (kind == "path")) for kind, name in NAMES.items()]
+)
+def test_a_hostile_host_name_is_text(sandbox_of, name):
+    def rename(box):
+        box.host_name = name
+
+    box = sandbox_of("cluster-active", rename)
+    box.host_name = "node1.example"
+    box.give_identifier()
+    box.put_tool(box.local_sbin, "hostname", "cat /proc/sys/kernel/hostname")
+    result = box.command("-localinfo")
+    assert result.status == 0
+    assert json.loads(result.out)["hostId"]
+    assert_nothing_executed(box)
+    Contract(box).check(result)
+
+
+@pytest.mark.row("H4")
+def test_a_hostile_answer_of_uname_is_text(identified):
+    box = identified("debian12")
+    box.put_tool(box.local_sbin, "uname", f"cat <<'END'\nLinux \"'{COMMANDS_IN_TEXT}\nDebian\nEND")
+    assert describe(box) == box.expected_record()
+    assert_nothing_executed(box)
+
+
+@pytest.mark.row("H4")
+def test_a_million_lines_of_summary_are_read(summary):
+    box, file = summary
+    lines = [f"HFX_Torquenix_9.1_PET{number % 3}_SET1" for number in range(100_000)]
+    file.write_text("\n".join(["x"] * 100_000 + lines))
+    box.add_config("DEBUG_LOG_LEVEL = 16")
+    names = [f"Torquenix_9.1_PET{number}_SET1" for number in range(3)]
+    assert describe(box)["installedHFXs"].split(",") == names
+
+
+@pytest.mark.row("H4")
+@pytest.mark.parametrize(
+    "release",
+    [b"", b"\0\xff", f'PRETTY_NAME="{COMMANDS_IN_TEXT}"\nVERSION_ID="a\\"b"\n'.encode(), b"x" * 2_000_000],
+    ids=["empty", "binary", "hostile", "long-line"],
+)
+def test_a_release_file_is_text_and_never_run(identified, release):
+    box = identified("debian12")
+    (box.etc / "os-release").write_bytes(release)
+    result = box.command("-localinfo")
+    assert result.status == 0
+    assert isinstance(json.loads(result.out), dict)
+    assert_nothing_executed(box)
+
+
+@pytest.mark.row("H5")
+def test_hostile_names_of_devices_users_and_processes_are_text(identified):
+    box = identified("rhel7-physical")
+    hostile = f"{COMMANDS_IN_TEXT} ) R 1 1 \\\\n"
+    (box.etc / "passwd").write_text(f"{hostile}:x:0:0::/:/bin/sh\n")
+    box.put_tool(box.local_sbin, "lspci", f"cat <<'END'\n00:00.0 {hostile}\nEND")
+    # A tool whose process is named so that a careless reader of /proc would see another state and parent.
+    rename = "import ctypes; ctypes.CDLL(None).prctl(15, b') Z 1 1 (\\n', 0, 0, 0)"
+    body = f'/usr/bin/python3 -I -c "{rename}; import time; time.sleep(0.2)"'
+    box.put_tool(box.local_sbin, "hostnamectl", body)
+    contract = Contract(box)
+    result = box.command("-localinfo")
+    assert (result.status, json.loads(result.out)) == (0, box.expected_record())
+    assert_nothing_executed(box)
+    contract.check(result)
+
+
+@pytest.mark.row("H5")
+@pytest.mark.parametrize(
+    "resource", [COMMANDS_IN_TEXT.replace(" ", "${IFS}"), "-x;id", "../x", "a'b", 'a"b', "a\\b", "*"]
+)
+def test_a_hostile_name_of_a_cluster_resource_is_never_run(identified, resource):
+    box = identified("cluster-active")
+    tool = box.opt / "XRVNhxm" / "bin" / "hxres"
+    sound = tool.read_text().split("\n", 1)[1]
+    box.put_tool(tool.parent, "hxres", f"cat >>/dev/null <<'END'\nEND\n[ \"$1\" != -list ] || cat <<'END'\n{resource}\tnode1\nEND\n{sound}")
+    assert describe(box) == box.expected_record()
+    assert_nothing_executed(box)
+
+
+# /proc and /sys
+
+
+def without_proc(box, *arguments):
+    """Runs the command where /proc is an empty folder."""
+    script = 'mount -t tmpfs none /proc && exec "$0" "$@"'
+    argv = ["unshare", "--user", "--map-root-user", "--mount", "sh", "-c", script, COMMAND, *arguments]
+    return box.run(argv, env={"ASAN_OPTIONS": "detect_leaks=0"})
+
+
+@pytest.mark.row("H8")
+def test_without_proc_the_facts_of_the_processor_are_missed(enrolled):
+    result = without_proc(enrolled, "-localinfo")
+    assert result.status == 0
+    record = json.loads(result.out)
+    assert record["machineType"] == "PHYSICAL"
+    assert record["hwDescription"].startswith(", ")
+    assert record["hostId"] == enrolled.identities()[0]["hostId"]
+    assert "cat command failed" in enrolled.log_of("LinuxHardwareInfo::getModelName")
+    assert without_proc(enrolled, "-update").status == 0
+    Contract(enrolled).check_healed()
+
+
+BAD_FACTS = {
+    "empty": b"",
+    "binary": bytes(range(256)) * 40,
+    "no-line-end": b"model name",
+    "one-long-line": b"model name : " + b"x" * 5_000_000,
+    "huge-numbers": b"processor : 1\nphysical id : 99999999999999999999999\ncore id : -7\nMemTotal: 1e999 kB\n",
+}
+
+
+@pytest.mark.row("H8")
+@pytest.mark.parametrize("file", ["cpuinfo", "meminfo"])
+@pytest.mark.parametrize(
+    "content",
+    [pytest.param(BAD_FACTS[kind], id=kind, marks=[pytest.mark.full] * (kind != "binary")) for kind in BAD_FACTS],
+)
+def test_damaged_facts_of_the_kernel_cost_themselves_alone(identified, file, content):
+    def replace(box):
+        bad = box.work / "bad"
+        bad.write_bytes(content)
+        box.extra_arguments += ["--ro-bind", str(bad), f"/proc/{file}"]
+
+    box = identified("rhel7-physical", before_start=replace)
+    record = describe(box)
+    expected = box.expected_record()
+    lost = {"hwDescription", "machineType"} if file == "cpuinfo" else set()
+    assert {key: record.get(key) for key in expected if key not in lost} == {
+        key: value for key, value in expected.items() if key not in lost
+    }
+
+
+@pytest.mark.row("H8")
+@pytest.mark.parametrize("file", ["cpuinfo", "meminfo"])
+def test_facts_of_the_kernel_without_permission_to_read_cost_themselves_alone(identified, file):
+    def forbid(box):
+        unreadable = box.work / "unreadable"
+        unreadable.write_text("")
+        unreadable.chmod(0)
+        box.extra_arguments += ["--ro-bind", str(unreadable), f"/proc/{file}"]
+
+    box = identified("debian12", before_start=forbid)
+    result = box.command("-localinfo", capabilities=False)
+    assert result.status == 0
+    lost = {"hwDescription": ", 4 CPUs", "machineType": "PHYSICAL"} if file == "cpuinfo" else {}
+    assert json.loads(result.out) == box.expected_record() | lost
+
+
+@pytest.mark.row("H8")
+@pytest.mark.full
+def test_without_sys_the_record_comes_about(identified):
+    box = identified("debian12", before_start=lambda box: box.extra_arguments.extend(["--tmpfs", "/sys"]))
+    record = describe(box)
+    assert record | {"hwDescription": ""} == box.expected_record() | {"hwDescription": ""}
