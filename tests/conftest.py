@@ -163,11 +163,11 @@ def scripted(enrolled, master):
     """Replaces the master server by one that answers as a script says: scripted([rule, ...])."""
     servers = []
 
-    def start(*rules, at=None, certificate_of=None):
+    def start(*rules, at=None):
         place: Master = at or master
         if place.process is not None:
             place.stop()
-        server = ScriptedServer(enrolled, place, list(rules), certificate_of)
+        server = ScriptedServer(enrolled, place, list(rules))
         servers.append(server.__enter__())
         return server
 

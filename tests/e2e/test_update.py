@@ -205,17 +205,6 @@ def test_the_first_server_at_its_third_attempt_and_the_second_failing_count_as_s
     assert enrolled.status_file(MASTER2).read_text() == "25\n"
 
 
-def test_each_server_sees_the_certificate_and_the_identifier_that_it_gave(enrolled, master, scripted):
-    second = enrolled.master(MASTER2).serve()
-    assert enrolled.enrol(second).status == 0
-    servers = {MASTER1: scripted(), MASTER2: scripted(at=second)}
-    assert enrolled.command("-update").status == 0
-    for identity in enrolled.identities():
-        (put,) = puts(servers[identity["server"]])
-        assert put["path"].endswith(identity["hostId"])
-        assert json.loads(put["body"])["masterServer"] == identity["server"]
-
-
 def test_a_daemon_update_that_finds_another_one_running_is_dropped_quietly(enrolled, scripted):
     server = scripted()
     lock = "/usr/torqv/var/hostdbupdate.lock.daemon"

@@ -127,6 +127,14 @@ def test_a_list_field_whose_elements_are_no_texts_ends_as_an_unknown_failure(wir
     contract.check(result)
 
 
+@pytest.mark.row("B4")
+def test_a_list_that_was_cut_by_the_end_of_the_connection_is_empty_and_noted(wire):
+    wire.use("until-close-cut")
+    result = wire.box.command(*READS["all"])
+    assert (result.status, result.out, result.err) == (0, NO_HOSTS_SHOWN, "")
+    assert any(text.startswith("load_json() failed:") for text in wire.box.log_texts(16))
+
+
 @pytest.mark.row("C4")
 def test_a_string_of_10_mb_comes_through_whole(wire):
     wire.use("text-10-mb-string")

@@ -67,7 +67,7 @@ REPLIES = (
     Fault("B8", "gzip-cut", TextDecides()),
     Fault("B8", "gzip-damaged", NOT_PACKED),
     Fault("B8", "no-gzip", NOT_PACKED),
-    Fault("B10", "status-201", Answered(201, '{"uuid": "1", "hostName": "a"}'), operations=("read",)),
+    Fault("B10", "status-201", Answered(201, '{"uuid": "1", "hostName": "a"}'), ("read",), ("read", "update")),
     Fault("B10", "status-204", Answered(204), ("read", "update")),
     Fault("B10", "status-204-with-body", Answered(204)),
     Fault("B10", "status-304", Answered(304)),

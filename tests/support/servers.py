@@ -75,10 +75,9 @@ class ScriptedServer:
     It shows the certificate of a master server's data, and keeps every request that it was sent.
     """
 
-    def __init__(self, sandbox, master, script, certificate_of=None):
+    def __init__(self, sandbox, master, script):
         self.sandbox = sandbox
         self.master = master
-        self.certificate_of = certificate_of or master
         self.files = f"scripted.{master.name}"
         self.process = None
         (sandbox.shared / f"{self.files}.script").write_text(json.dumps(script))
@@ -87,8 +86,8 @@ class ScriptedServer:
     def __enter__(self):
         argv = ["/usr/bin/python3", "-I", "/tests/scripted_server.py", "--listen", self.master.address]
         argv += ["--script", f"/shared/{self.files}.script", "--requests", f"/shared/{self.files}.requests"]
-        argv += ["--certificate", f"{self.certificate_of.data}/server.pem"]
-        argv += ["--authority", f"{self.certificate_of.data}/authority.pem"]
+        argv += ["--certificate", f"{self.master.data}/server.pem"]
+        argv += ["--authority", f"{self.master.data}/authority.pem"]
         self.process = self.sandbox.start_process(argv)
         if not self.sandbox.wait_until_listening(self.master.address):
             raise ServerError(f"the scripted server does not listen:\n{self.process.errors()}")
