@@ -1,4 +1,4 @@
-"""Whom a master server trusts, and that no secret is told. Servers that are not to be trusted are among the faults."""
+"""Whom a master server trusts, and that no secret is told. Servers not to be trusted are among the faults."""
 
 import json
 

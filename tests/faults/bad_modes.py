@@ -1,12 +1,12 @@
 """The ways in which a master server's web service can misbehave: a name for each, and what it does.
 
-Shared by the server (bad_server.py), which runs inside a sandbox, and by the tests, which choose a mode by the
-address that they let the master server's name lead to: every mode has an address in each of two faces. In the
-face of requests a mode spoils every answer but those about tokens, in the face of tokens only these.
+Shared by the server (bad_server.py), which runs inside a sandbox, and by the tests, which choose a mode by
+the address that they let the master server's name lead to: every mode has an address in each of two faces. In
+the face of requests a mode spoils every answer but those about tokens, in the face of tokens only these.
 
 A mode of CONNECTIONS gets the TCP connection before any TLS. A mode of REPLIES gets a request and gives the
-bytes of its answer piece by piece; the connection is closed behind the last of them. A mode of TLS answers well,
-but under a certificate or a protocol of its own.
+bytes of its answer piece by piece; the connection is closed behind the last of them. A mode of TLS answers
+well, but under a certificate or a protocol of its own.
 """
 
 import dataclasses
@@ -247,7 +247,8 @@ def gzip_bomb(request):
 
 
 def gzip_in_gzip(request):
-    yield answer(request.success, gzip.compress(packed_blanks(BOMB_MEGABYTES)), "Content-Encoding: gzip, gzip")
+    packed_twice = gzip.compress(packed_blanks(BOMB_MEGABYTES))
+    yield answer(request.success, packed_twice, "Content-Encoding: gzip, gzip")
 
 
 def gzip_transfer(request):
@@ -524,9 +525,10 @@ TLS = {
     **{f"certificate-{name}": Tls(certificate=name) for name in CERTIFICATES},
 }
 
-# Places without an answer: a listener whose queue is full, one that never reads a body, one that stores what it
-# was asked to and then loses the reply, and the targets of redirects.
-QUEUE_FULL, NEVER_READS, STORED_THEN_RESET, TARGET = "queue-full", "never-reads", "stored-then-reset", "target"
+# Places without an answer: a listener whose queue is full, one that never reads a body, one that stores what
+# it was asked to and then loses the reply, and the targets of redirects.
+QUEUE_FULL, NEVER_READS = "queue-full", "never-reads"
+STORED_THEN_RESET, TARGET = "stored-then-reset", "target"
 
 # These spoil answers about tokens in the face of requests, too.
 EVERY_ANSWER = tuple(name for name in REPLIES if name.startswith("401-renewal-"))

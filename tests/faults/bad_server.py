@@ -1,7 +1,7 @@
 """A master server's web service that misbehaves in as many ways as it has addresses (bad_modes.py).
 
-Runs inside a sandbox. Every connection and every request is written to a file, one JSON object a line, so that
-a test can tell how often a client came and what it told.
+Runs inside a sandbox. Every connection and every request is written to a file, one JSON object a line, so
+that a test can tell how often a client came and what it told.
 """
 
 import argparse

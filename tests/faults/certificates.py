@@ -8,6 +8,7 @@ import subprocess
 import bad_modes
 
 MASTER = "master1.example"
+EC = ("ec", "-pkeyopt", "ec_paramgen_curve:prime256v1")
 CA_CONFIG = """\
 [ca]
 default_ca = here
@@ -28,7 +29,8 @@ NO_AUTHORITY = "basicConstraints = critical, CA:FALSE"
 
 
 def names(*texts):
-    return "subjectAltName = " + ", ".join(f"IP:{text}" if text[0].isdigit() else f"DNS:{text}" for text in texts)
+    entries = (f"IP:{text}" if text[0].isdigit() else f"DNS:{text}" for text in texts)
+    return "subjectAltName = " + ", ".join(entries)
 
 
 def name_of_bytes(raw):
@@ -47,7 +49,7 @@ class CertificateMaker:
         (self.folder / "serial").write_text("1000")
         self.config = self.folder / "ca.config"
         self.config.write_text(CA_CONFIG.format(folder=self.folder))
-        self.key = self.make_key("shared", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1")
+        self.key = self.make_key("shared", *EC)
 
     def openssl(self, *words):
         subprocess.run(["openssl", *map(str, words)], check=True, capture_output=True, cwd=self.folder)
@@ -63,9 +65,8 @@ class CertificateMaker:
         key = key or self.key
         issuer = issuer or self.authority
         request, signed = self.folder / "request", self.folder / f"{name}.crt"
-        begin, end = (
-            (datetime.datetime.utcnow() + datetime.timedelta(days=day)).strftime("%y%m%d%H%M%SZ") for day in days
-        )
+        now = datetime.datetime.utcnow()
+        begin, end = ((now + datetime.timedelta(days=day)).strftime("%y%m%d%H%M%SZ") for day in days)
         (self.folder / "extensions").write_text("\n".join(extensions))
         self.openssl("req", "-new", "-key", key, "-subj", f"/CN={subject}", "-out", request)
         self.openssl(
@@ -77,9 +78,9 @@ class CertificateMaker:
 
     def self_signed(self, name, *extensions):
         """A certificate that is its own issuer, with its key in one file."""
-        key, signed = self.make_key(name, "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1"), self.folder / name
-        arguments = [word for extension in extensions for word in ("-addext", extension.replace(" = ", "="))]
-        self.openssl("req", "-x509", "-key", key, "-subj", f"/CN={name}", "-days", 2, "-out", signed, *arguments)
+        key, signed = self.make_key(name, *EC), self.folder / name
+        added = [word for extension in extensions for word in ("-addext", extension.replace(" = ", "="))]
+        self.openssl("req", "-x509", "-key", key, "-subj", f"/CN={name}", "-days", 2, "-out", signed, *added)
         both = self.folder / f"{name}.both"
         both.write_text(key.read_text() + signed.read_text())
         return both

@@ -1,4 +1,4 @@
-"""Runs a program and writes the most memory that it had at one time, in KiB, to a file: FILE PROGRAM [ARGUMENT...]"""
+"""FILE PROGRAM [ARGUMENT...]: runs a program and writes the most memory that it had at one time, in KiB."""
 
 import pathlib
 import resource

@@ -1,4 +1,4 @@
-"""Whom the host trusts and how it shows itself: protocols, certificates of servers, certificates of its own."""
+"""Whom the host trusts and how it shows itself: protocols, certificates of servers and its own."""
 
 import json
 import shutil
@@ -8,7 +8,7 @@ import subprocess
 import pytest
 
 import bad_modes
-from certificates import AUTHORITY, CLIENT, MASTER, SERVER, certificate_part, names
+from certificates import AUTHORITY, CLIENT, EC, MASTER, SERVER, certificate_part, names
 from outcomes import Fault, NotCarriedOut, NotTrusted, Works, assert_failures, cases, check, failed_with
 from test_connections import OTHER_OPERATIONS
 
@@ -82,7 +82,8 @@ def test_a_foreign_authority_that_the_machine_trusts_is_refused_all_the_same(wir
     shutil.copy(foreign, folder / "ca-certificates.crt")
     shutil.copy(foreign, folder / "foreign.pem")
     subprocess.run(["openssl", "rehash", str(folder)], check=True)
-    trusted = wire.box.run(["openssl", "verify", "-CApath", "/etc/ssl/certs", "/shared/certificates/foreign.crt"])
+    verify = ["openssl", "verify", "-CApath", "/etc/ssl/certs", "/shared/certificates/foreign.crt"]
+    trusted = wire.box.run(verify)
     assert trusted.status == 0, "the machine does not trust it, so nothing is shown here"
     outcome = not_trusted("self-signed certificate", **ANOTHER_AUTHORITY)
     check(wire, Fault("A8", "certificate-foreign-authority", outcome), operation)
@@ -111,7 +112,8 @@ def test_a_server_that_is_known_by_its_address_must_carry_it_in_its_certificate(
     assert len(wire.requests()) == (1 if isinstance(outcome, Works) else 0)
     if not isinstance(outcome, Works):
         assert result.err == failed_with(7621)
-        (line,) = [text for text in wire.box.log_texts(16) if f"failed, server {address}, port 1556: " in text]
+        named = f"failed, server {address}, port 1556: "
+        (line,) = [text for text in wire.box.log_texts(16) if named in text]
         assert "IP address mismatch" in line
     contract.check(result)
 
@@ -147,7 +149,7 @@ def of_a_foreign_authority(wire, folder, identity):
 
 
 def another_key(wire):
-    return wire.maker.make_key("another", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1").read_text()
+    return wire.maker.make_key("another", *EC).read_text()
 
 
 def with_password(wire, folder, identity):
@@ -211,7 +213,8 @@ def many_authorities(wire, number):
     """PEM certificates of as many subjects; nobody looks at the signatures of authorities."""
     first = wire.maker.self_signed("authority-000", AUTHORITY)
     der = ssl.PEM_cert_to_DER_cert(certificate_part(first.read_text()))
-    return [ssl.DER_cert_to_PEM_cert(der.replace(b"authority-000", b"authority-%03d" % n)) for n in range(number)]
+    others = (der.replace(b"authority-000", b"authority-%03d" % other) for other in range(number))
+    return [ssl.DER_cert_to_PEM_cert(other) for other in others]
 
 
 @pytest.fixture
@@ -223,9 +226,10 @@ def naming_200_authorities(wire):
     answers.mkdir(parents=True, exist_ok=True)
     (answers / "1").write_bytes(bad_modes.answer(200, json.dumps(bad_modes.HOST).encode()))
     address = "127.77.0.1"
-    words = ["openssl", "s_server", "-accept", f"{address}:1556", "-HTTP", "-CAfile", "/shared/200-authorities.pem"]
-    words += ["-Verify", "1", "-verify_return_error", "-cert", "/shared/certificates/good.pem"]
-    server = wire.box.start_process([*words, "-key", "/shared/certificates/good.pem"], cwd="/shared/answers")
+    words = ["openssl", "s_server", "-accept", f"{address}:1556", "-HTTP"]
+    words += ["-CAfile", "/shared/200-authorities.pem", "-Verify", "1", "-verify_return_error"]
+    words += ["-cert", "/shared/certificates/good.pem", "-key", "/shared/certificates/good.pem"]
+    server = wire.box.start_process(words, cwd="/shared/answers")
     assert wire.box.wait_until_listening(address), server.errors()
     yield address
     server.stop()

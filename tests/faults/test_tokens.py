@@ -16,7 +16,7 @@ FAULTS = (
     Fault("D3", "401-renewal-403", NotRenewed(cause="HTTP status 403"), ("read",), READ_AND_UPDATE),
     Fault("D3", "401-renewal-reset", NotRenewed(cause="connection was lost"), ("read",), READ_AND_UPDATE),
     Fault("D3", "401-renewal-silence", NotRenewed(cause="did not answer in time"), (), READ_AND_UPDATE),
-    Fault("D3", "401-renewal-no-json", NotRenewed(cause="holds none that can be used"), ("read",), READ_AND_UPDATE),
+    Fault("D3", "401-renewal-no-json", NotRenewed(cause="that can be used"), ("read",), READ_AND_UPDATE),
     *(
         Fault(
             "D3",

@@ -204,7 +204,7 @@ class WireHost:
     # The log
 
     def failures(self):
-        """What the client says about requests that failed, each naming the server, the cause and the status."""
+        """What the client says of each request that failed: what it was, the cause and the status."""
         pattern = rf"(.+) failed, server {re.escape(MASTER)}, port 1556: (.+), status (\d+)"
         matches = [re.fullmatch(pattern, text, re.DOTALL) for text in self.box.log_texts(16)]
         return [(match[1], match[2], int(match[3])) for match in matches if match]
