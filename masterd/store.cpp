@@ -124,7 +124,8 @@ Store::Store(const std::string& path)
       readHost_(database_, "SELECT record FROM host WHERE host_id = ?"),
       deleteHost_(database_, "DELETE FROM host WHERE host_id = ?"),
       deleteRevokedHosts_(database_, "DELETE FROM host WHERE host_name = ?"),
-      listAll_(database_, "SELECT record FROM host ORDER BY host_name, host_id"),
+      listPart_(database_, "SELECT record, host_name, host_id FROM host WHERE (host_name, host_id) > (?, ?)"
+                           " ORDER BY host_name, host_id"),
       listNamed_(database_, "SELECT record FROM host WHERE host_name = ? ORDER BY host_id")
 {
 }
@@ -257,11 +258,20 @@ bool Store::deleteHost(const std::string& hostId)
     return database_.changes() == 1;
 }
 
-std::string Store::listHosts()
+std::string Store::listHosts(HostPlace& place)
 {
     const std::lock_guard lock(mutex_);
-    Query query(listAll_);
-    return asArray(query);
+    const HostPlace after = place;
+    Query query(listPart_);
+    query.with(after.hostName).with(after.hostId);
+    std::string part;
+    while (part.size() < HOST_LIST_PART_BYTES && query.next()) {
+        if (!part.empty())
+            part += ',';
+        part += query.text(0);
+        place = {query.text(1), query.text(2)};
+    }
+    return part;
 }
 
 std::string Store::listHosts(const std::string& hostName)

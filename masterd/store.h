@@ -13,6 +13,15 @@
 
 namespace masterd {
 
+/// A part of the list of all hosts ends with the record that makes it this long.
+inline constexpr std::size_t HOST_LIST_PART_BYTES = std::size_t{64} * 1024;
+
+/// A host's place in the order of all: ascending bytes of host name, then of host id.
+struct HostPlace {
+    std::string hostName;
+    std::string hostId;
+};
+
 /// Safe for use by several threads, and beside other processes that open the same file. Every operation
 /// throws SqliteError when the database fails; what it did is then undone. One that returns after a change
 /// has it on the disk. Times are Unix seconds.
@@ -64,9 +73,12 @@ public:
     std::optional<std::string> findHost(const std::string& hostId);
     /// False when there was none.
     [[nodiscard]] bool deleteHost(const std::string& hostId);
-    /// The records of all hosts as a JSON array, in ascending byte order of host name, then host id.
-    std::string listHosts();
-    /// The same of the hosts with exactly this name.
+    /// The records of the hosts that follow `place`, in their order and separated by commas, for about
+    /// HOST_LIST_PART_BYTES; empty when none follows. `place` becomes the last one's. The list of a whole
+    /// fleet is never in memory at once, however many ask for it and however slowly they take it. A host that
+    /// comes or goes meanwhile is in the list or is not; the others are in it once.
+    std::string listHosts(HostPlace& place);
+    /// The records of the hosts with exactly this name as a JSON array, in the same order.
     std::string listHosts(const std::string& hostName);
 
 private:
@@ -90,7 +102,7 @@ private:
     Statement readHost_;
     Statement deleteHost_;
     Statement deleteRevokedHosts_;
-    Statement listAll_;
+    Statement listPart_;
     Statement listNamed_;
 };
 

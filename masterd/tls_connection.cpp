@@ -19,7 +19,6 @@ namespace masterd {
 
 namespace {
 
-constexpr std::string_view HEAD_END = "\r\n\r\n";
 constexpr std::chrono::milliseconds LAST_READING{1000};
 
 using NameCall = int (*)(int, sockaddr*, socklen_t*);
@@ -129,9 +128,8 @@ bool TlsConnection::handshake()
 
 bool TlsConnection::awaitRequest()
 {
-    headBytes_ = 0;
-    bodyBytes_ = 0;
-    blankLineProgress_ = 0;
+    framing_ = {};
+    replyBytes_ = 0;
     const bool arrived = begin_ < end_ || fill(Clock::now() + limits_.firstByte, true);
     requestDeadline_ = Clock::now() + limits_.request;
     return arrived;
@@ -147,45 +145,43 @@ bool TlsConnection::fill(Clock::time_point deadline, bool stoppable)
     return got > 0;
 }
 
-/// Counts what is handed out against the limits. The HTTP library has none for a whole head, nor for a body
-/// in chunks.
-bool TlsConnection::count(const char* data, std::size_t size)
+/// Holds what is handed out against the limits. The HTTP library has none for a whole head, nor for a body in
+/// chunks.
+bool TlsConnection::check(std::string_view bytes)
 {
-    const auto headEnd = static_cast<int>(HEAD_END.size());
-    for (std::size_t i = 0; i < size; ++i) {
-        if (blankLineProgress_ == headEnd) {
-            bodyBytes_ += size - i;
-            break;
-        }
-        ++headBytes_;
-        if (data[i] == HEAD_END[static_cast<std::size_t>(blankLineProgress_)])
-            ++blankLineProgress_;
-        else
-            blankLineProgress_ = data[i] == '\r' ? 1 : 0;
-    }
-    return headBytes_ <= limits_.headBytes && bodyBytes_ <= limits_.bodyBytes;
+    return framing_.take(bytes) && framing_.headBytes() <= limits_.headBytes &&
+           framing_.bodyBytes() <= limits_.bodyBytes;
 }
 
 ssize_t TlsConnection::read(char* buffer, std::size_t size)
 {
+    replyBytes_ = 0; // what went out so far was an interim reply
     if (begin_ == end_ && !fill(requestDeadline_, false))
         return -1;
     const std::size_t taken = std::min(size, end_ - begin_);
     std::memcpy(buffer, buffer_.data() + begin_, taken);
     begin_ += taken;
-    return count(buffer, taken) ? static_cast<ssize_t>(taken) : -1;
+    return check({buffer, taken}) ? static_cast<ssize_t>(taken) : -1;
+}
+
+TlsConnection::Clock::time_point TlsConnection::replyDeadline() const
+{
+    return replyStart_ + limits_.reply + std::chrono::seconds(replyBytes_ / limits_.replyBytesPerSecond);
 }
 
 ssize_t TlsConnection::write(const char* data, std::size_t size)
 {
+    if (replyBytes_ == 0)
+        replyStart_ = Clock::now();
     std::size_t written = 0;
     while (written < size) {
         const int block = static_cast<int>(std::min<std::size_t>(size - written, INT_MAX));
         const int done = perform([&](SSL* ssl) { return SSL_write(ssl, data + written, block); },
-                                 Clock::now() + limits_.writeStall, false);
+                                 std::min(Clock::now() + limits_.writeStall, replyDeadline()), false);
         if (done <= 0)
             return -1;
         written += static_cast<std::size_t>(done);
+        replyBytes_ += static_cast<std::size_t>(done);
     }
     return static_cast<ssize_t>(written);
 }

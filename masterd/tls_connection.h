@@ -1,6 +1,8 @@
 /// One connection of a client: TLS with limits on time and size.
 #pragma once
 
+#include "masterd/request_framing.h"
+
 #include <array>
 #include <chrono>
 #include <cstddef>
@@ -8,6 +10,7 @@
 #include <memory>
 #include <openssl/ssl.h>
 #include <string>
+#include <string_view>
 #include <sys/types.h>
 
 namespace masterd {
@@ -17,7 +20,11 @@ struct ConnectionLimits {
     std::chrono::milliseconds handshake{15000};  ///< from the connection to the end of the handshake
     std::chrono::milliseconds firstByte{15000};  ///< until something has arrived, and between two requests
     std::chrono::milliseconds request{30000};    ///< from a request's first byte to its last
-    std::chrono::milliseconds writeStall{30000}; ///< without a byte taken by the client
+    std::chrono::milliseconds writeStall{30000}; ///< without a byte of a reply taken by the client
+    /// From a reply's first byte to its last: this long, and a second more for each `replyBytesPerSecond`
+    /// that the client has taken. So a large reply has its time, but not for ever.
+    std::chrono::milliseconds reply{30000};
+    std::size_t replyBytesPerSecond = std::size_t{64} * 1024;
     std::size_t headBytes = std::size_t{64} * 1024;
     std::size_t bodyBytes = std::size_t{4} * 1024 * 1024; ///< as sent: chunk marks count too
     int requests = 1000;                                  ///< on one connection
@@ -68,7 +75,8 @@ private:
     int perform(Operation operation, Clock::time_point deadline, bool stoppable);
     bool waitFor(short events, Clock::time_point deadline, bool stoppable) const;
     bool fill(Clock::time_point deadline, bool stoppable);
-    bool count(const char* data, std::size_t size);
+    bool check(std::string_view bytes);
+    [[nodiscard]] Clock::time_point replyDeadline() const;
 
     int socket_;
     int stopEvent_;
@@ -82,9 +90,9 @@ private:
     std::size_t end_ = 0;
 
     Clock::time_point requestDeadline_;
-    std::size_t headBytes_ = 0;
-    std::size_t bodyBytes_ = 0;
-    int blankLineProgress_ = 0; ///< characters of "\r\n\r\n" seen in a row; 4: the head has ended
+    RequestFraming framing_; ///< of the request in hand
+    Clock::time_point replyStart_;
+    std::size_t replyBytes_ = 0; ///< of the reply in hand; 0 before it has begun
 };
 
 } // namespace masterd

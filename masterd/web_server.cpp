@@ -32,6 +32,24 @@ void setSocketOptions(int socket)
     setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
 }
 
+/// Hands the parts of a body to the library, each once the one before it has been sent.
+httplib::ContentProviderWithoutLength partsOf(WebReply reply)
+{
+    return [reply = std::move(reply)](std::size_t sent, httplib::DataSink& sink) {
+        try {
+            const std::string part = sent == 0 ? reply.body : reply.nextPart();
+            if (part.empty())
+                sink.done();
+            else
+                sink.write(part.data(), part.size());
+            return true;
+        } catch (const std::exception& failure) {
+            std::fprintf(stderr, "tqmasterd: a reply was cut off: %s\n", failure.what());
+            return false;
+        }
+    };
+}
+
 /// Whether accept() will never again succeed; everything else passes, or concerns one connection.
 bool isPortLost(int acceptFault)
 {
@@ -61,7 +79,8 @@ public:
     }
 
     std::string identity;
-    bool isReadToItsEnd = false; ///< the next request on the connection begins where it should
+    bool isReadToItsEnd = false;      ///< the next request on the connection begins where it should
+    bool isReplyEndedByClose = false; ///< a client of HTTP/1.0 knows no other end of a body in parts
 
 private:
     static thread_local Exchange* current_;
@@ -157,7 +176,12 @@ void WebServer::answer(const httplib::Request& request, httplib::Response& respo
         exchange.identity = std::move(reply.identity);
     }
     response.status = reply.status;
-    if (reply.status != 204)
+    exchange.isReplyEndedByClose = reply.nextPart && request.version == "HTTP/1.0";
+    if (exchange.isReplyEndedByClose)
+        response.set_content_provider(JSON_TYPE, partsOf(std::move(reply)));
+    else if (reply.nextPart)
+        response.set_chunked_content_provider(JSON_TYPE, partsOf(std::move(reply)));
+    else if (reply.status != 204)
         response.set_content(reply.body, JSON_TYPE);
 }
 
@@ -206,7 +230,7 @@ bool WebServer::serveRequest(TlsConnection& connection, bool isLast)
     });
     if (!exchange.isReadToItsEnd)
         connection.finishReading();
-    return isAnswered && !isClosed && exchange.isReadToItsEnd;
+    return isAnswered && !isClosed && exchange.isReadToItsEnd && !exchange.isReplyEndedByClose;
 }
 
 std::string WebServer::bind(const std::string& address, int port)

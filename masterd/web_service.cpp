@@ -287,11 +287,30 @@ WebReply WebService::reload(const Call& /*call*/)
 WebReply WebService::listHosts(const Call& call)
 {
     if (call.target.query.empty())
-        return {200, "{\"hosts\":" + store_.listHosts() + "}", ""};
+        return listAllHosts();
     const std::optional<std::string> hostName = parseHostNameFilter(call.target.query);
     if (!hostName)
         throw Refusal{400, "the only filter is filter=hostName eq '<name>'"};
     return {200, "{\"hosts\":" + store_.listHosts(*hostName) + "}", ""};
+}
+
+WebReply WebService::listAllHosts()
+{
+    HostPlace place;
+    const std::string first = store_.listHosts(place);
+    WebReply reply{200, "{\"hosts\":[" + first, ""};
+    if (first.size() < HOST_LIST_PART_BYTES) {
+        reply.body += "]}";
+        return reply;
+    }
+    reply.nextPart = [this, place, isLast = false]() mutable -> std::string {
+        if (isLast)
+            return "";
+        const std::string part = store_.listHosts(place);
+        isLast = part.empty();
+        return isLast ? "]}" : ',' + part;
+    };
+    return reply;
 }
 
 WebReply WebService::addHost(const Call& call)

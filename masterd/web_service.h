@@ -6,6 +6,7 @@
 #include "masterd/settings.h"
 #include "masterd/store.h"
 
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -29,6 +30,9 @@ struct WebReply {
     int status = 200;
     std::string body;     ///< JSON; empty with 204
     std::string identity; ///< "<host name>/<host id>" of the client once that is known, for the request log
+    /// Further parts of the body, one a call, and an empty text after the last; null when `body` is all. May
+    /// throw, and then the body has no end.
+    std::function<std::string()> nextPart = nullptr;
 };
 
 /// A reply that is an error, with the body of all errors: {"errorCode": 7000 + status, "errMessage": text}.
@@ -68,6 +72,7 @@ private:
     WebReply issueToken(const Call& call);
     WebReply reload(const Call& call);
     WebReply listHosts(const Call& call);
+    WebReply listAllHosts();
     WebReply addHost(const Call& call);
     WebReply readHost(const Call& call);
     WebReply putHost(const Call& call);

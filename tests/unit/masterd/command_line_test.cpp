@@ -5,7 +5,7 @@
 #include "masterd/store.h"
 #include "platform/paths.h"
 #include "tests/unit/masterd/raw_tls_client.h"
-#include "tests/unit/masterd/temporary_folder.h"
+#include "tests/unit/scratch_directory.h"
 
 #include <csignal>
 #include <fcntl.h>
@@ -42,7 +42,7 @@ protected:
     }
     void init() { ASSERT_EQ(run({"init", "--data", "data", "--name", "localhost,127.0.0.1"}), 0) << err_; }
 
-    tests::TemporaryFolder scratch_;
+    tests::ScratchDirectory scratch_;
     DataFolder folder_{scratch_.file("data")};
     std::string startFolder_ = scratch_.path();
     std::string out_;
@@ -299,7 +299,7 @@ TEST_F(ServeProcess, RequestLogGoesWhereItIsToGo)
     const std::string log = tests::readText(scratch_.file("log"));
     EXPECT_NE(log.find("\"GET /\" 403"), std::string::npos) << log;
     EXPECT_EQ(log.find('\n'), log.size() - 1) << log;
-    EXPECT_EQ(tests::modeOf(scratch_.file("log")), 0600);
+    EXPECT_EQ(tests::modeOf(scratch_.file("log")), 0600U);
 }
 
 TEST_F(ServeProcess, RequestLogThatCannotBeOpenedEndsIt)

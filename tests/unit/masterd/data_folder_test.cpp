@@ -1,7 +1,7 @@
 #include "masterd/data_folder.h"
 #include "masterd/store.h"
 #include "tests/unit/masterd/failing_calls.h"
-#include "tests/unit/masterd/temporary_folder.h"
+#include "tests/unit/scratch_directory.h"
 
 #include <cerrno>
 #include <functional>
@@ -38,17 +38,17 @@ protected:
         return 0;
     }
 
-    tests::TemporaryFolder scratch_;
+    tests::ScratchDirectory scratch_;
     DataFolder folder_{scratch_.file("data")};
 };
 
 TEST_F(DataFolderTest, HoldsAuthorityServerCertificateDatabaseAndSettingsForTheOwnerAlone)
 {
     const masterd::Authority made = initDataFolder(folder_, {"localhost"});
-    EXPECT_EQ(tests::modeOf(folder_.path()), 0700);
+    EXPECT_EQ(tests::modeOf(folder_.path()), 0700U);
     for (const std::string& file : {folder_.authorityFile(), folder_.serverFile(), folder_.databaseFile(),
                                     folder_.settingsFile(), folder_.lockFile()})
-        EXPECT_EQ(tests::modeOf(file), 0600) << file;
+        EXPECT_EQ(tests::modeOf(file), 0600U) << file;
     const masterd::Authority stored(masterd::loadKeyAndCertificate(folder_.authorityFile()));
     EXPECT_EQ(stored.fingerprint(), made.fingerprint());
     EXPECT_NO_THROW(masterd::loadKeyAndCertificate(folder_.serverFile()));
@@ -60,7 +60,7 @@ TEST_F(DataFolderTest, FolderThatExistsIsTakenWithWhatIsInIt)
     std::filesystem::create_directory(folder_.path());
     tests::writeText(folder_.settingsFile(), "{\"certificateDays\": 5}");
     initDataFolder(folder_, {"localhost"});
-    EXPECT_EQ(tests::modeOf(folder_.path()), 0700);
+    EXPECT_EQ(tests::modeOf(folder_.path()), 0700U);
     EXPECT_EQ(tests::readText(folder_.settingsFile()), "{\"certificateDays\": 5}");
 }
 
@@ -73,7 +73,7 @@ TEST_F(DataFolderTest, FolderInUseForSomethingElseStaysAsItIs)
     EXPECT_EQ(failureOf([&] { initDataFolder(folder_, {"x"}); }, &message), masterd::EXIT_FAILED);
     EXPECT_EQ(message,
               folder_.path() + " is in use for something else: it holds \"notes\"; nothing was changed");
-    EXPECT_EQ(tests::modeOf(folder_.path()), 0755);
+    EXPECT_EQ(tests::modeOf(folder_.path()), 0755U);
     EXPECT_EQ(contents(), (std::map<std::string, std::string>{{"notes", "text"}}));
 }
 
@@ -82,7 +82,7 @@ TEST_F(DataFolderTest, EmptyFolderBecomesTheOwnersAlone)
     std::filesystem::create_directory(folder_.path());
     chmod(folder_.path().c_str(), 0755);
     initDataFolder(folder_, {"localhost"});
-    EXPECT_EQ(tests::modeOf(folder_.path()), 0700);
+    EXPECT_EQ(tests::modeOf(folder_.path()), 0700U);
 }
 
 TEST_F(DataFolderTest, FolderOfARunThatWasKilledIsNotForeign)

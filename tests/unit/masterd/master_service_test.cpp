@@ -226,13 +226,10 @@ TEST(MasterService, SettingsAreReadAgainOnDemand)
 TEST(MasterService, TokenThatHasExpiredIsUnauthorizedAndANewOneIsGood)
 {
     RunningService service;
-    tests::writeText(service.folder().settingsFile(), "{\"tokenLifetimeSeconds\": 1}");
-    service.service().reloadSettings();
     Host host(service, "h1");
-    std::this_thread::sleep_for(std::chrono::milliseconds(2100));
+    const std::int64_t now = masterd::unixNow();
+    host.token = service.store().issueToken(host.hostId, now - 10, now - 1).text();
     EXPECT_EQ(statusOf(host.client()->Get(HOSTS, host.bearer())), 401);
-    tests::writeText(service.folder().settingsFile(), "{}");
-    service.service().reloadSettings();
     host.takeToken();
     EXPECT_EQ(statusOf(host.client()->Get(HOSTS, host.bearer())), 200);
 }
@@ -269,7 +266,7 @@ TEST(MasterService, IdleConnectionsDoNotDelayTheEnd)
 
 TEST(MasterService, MayBeStoppedBeforeItRuns)
 {
-    const tests::TemporaryFolder scratch;
+    const tests::ScratchDirectory scratch;
     const masterd::DataFolder folder(scratch.file("data"));
     masterd::initDataFolder(folder, {"localhost"});
     masterd::MasterService service(folder, "127.0.0.1", 0, {});
@@ -298,7 +295,7 @@ TEST(MasterService, SecondOneOnTheSameFolderOrPortSaysSo)
     EXPECT_EQ(startFailure(service.folder(), "127.0.0.1", 0, &message), masterd::EXIT_FOLDER_BUSY);
     EXPECT_EQ(message, "another tqmasterd is using the data folder " + service.folder().path());
 
-    const tests::TemporaryFolder scratch;
+    const tests::ScratchDirectory scratch;
     const masterd::DataFolder other(scratch.file("data"));
     masterd::initDataFolder(other, {"localhost"});
     const std::string port = std::to_string(service.port());
@@ -311,7 +308,7 @@ TEST(MasterService, SecondOneOnTheSameFolderOrPortSaysSo)
 
 TEST(MasterService, PortIsFreeAgainAfterTheEnd)
 {
-    const tests::TemporaryFolder scratch;
+    const tests::ScratchDirectory scratch;
     const masterd::DataFolder folder(scratch.file("data"));
     masterd::initDataFolder(folder, {"localhost"});
     int port = 0;
@@ -325,7 +322,7 @@ TEST(MasterService, PortIsFreeAgainAfterTheEnd)
 
 TEST(MasterService, DamagedFolderIsToldByFile)
 {
-    const tests::TemporaryFolder scratch;
+    const tests::ScratchDirectory scratch;
     const masterd::DataFolder folder(scratch.file("data"));
     std::string message;
     EXPECT_EQ(startFailure(folder, "127.0.0.1", 0, &message), masterd::EXIT_FAILED);

@@ -1,5 +1,5 @@
 #include "masterd/request_log.h"
-#include "tests/unit/masterd/temporary_folder.h"
+#include "tests/unit/scratch_directory.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -49,7 +49,7 @@ TEST(FormatRequestLine, LongTargetIsCut)
 
 TEST(RequestLog, AppendsALineForEachRequest)
 {
-    const tests::TemporaryFolder folder;
+    const tests::ScratchDirectory folder;
     const RequestLog log(tq::FileDescriptor(
         open(folder.file("log").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600)));
     log.write({"a", "GET", "/1", 200, "", "", ""});

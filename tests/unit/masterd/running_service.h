@@ -2,7 +2,7 @@
 #pragma once
 
 #include "masterd/master_service.h"
-#include "tests/unit/masterd/temporary_folder.h"
+#include "tests/unit/scratch_directory.h"
 
 #include <httplib.h>
 #include <jansson.h>
@@ -37,7 +37,7 @@ public:
     bool stop();
 
 private:
-    TemporaryFolder scratch_;
+    ScratchDirectory scratch_;
     masterd::DataFolder folder_;
     masterd::Authority authority_;
     masterd::Store store_;

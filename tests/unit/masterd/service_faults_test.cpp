@@ -1,5 +1,6 @@
 // The running service on a machine that is short of something, and towards clients that mean harm.
 #include "masterd/clock.h"
+#include "platform/json.h"
 #include "tests/unit/masterd/failing_calls.h"
 #include "tests/unit/masterd/raw_tls_client.h"
 #include "tests/unit/masterd/running_service.h"
@@ -191,29 +192,82 @@ TEST(ServiceUnderLoad, QueueOfConnectionsHoldsAWholeFleet)
     EXPECT_EQ(information.tcpi_sacked, static_cast<unsigned>(std::min(1024, most)));
 }
 
-TEST(ServiceUnderLoad, ClientThatNeverReadsItsReplyIsLetGo)
+constexpr std::size_t LARGE_RECORDS = 64;
+constexpr std::size_t LARGE_RECORD_BYTES = std::size_t{250} * 1024;
+
+/// Records for a list that is far more than the buffers between a server and a client take.
+void storeLargeRecords(RunningService& service)
 {
-    masterd::ConnectionLimits limits;
-    limits.writeStall = milliseconds(500);
-    RunningService service(limits);
-    const Host host(service, "h1");
-    const std::string record = "{\"osType\":\"" + std::string(std::size_t{250} * 1024, 'x') + "\"}";
-    for (int i = 0; i < 64; ++i) { // far more than the buffers between the two take
+    const std::string record = "{\"osType\":\"" + std::string(LARGE_RECORD_BYTES, 'x') + "\"}";
+    for (std::size_t i = 0; i < LARGE_RECORDS; ++i) {
         const masterd::Identity identity{"id-" + std::to_string(i), "other"};
         ASSERT_TRUE(service.store().redeemInvitation(
             service.store().invite("other", masterd::IdentityType::host, masterd::unixNow() + 600), identity,
             masterd::unixNow()));
         ASSERT_EQ(service.store().putHost(identity, record), masterd::Store::Stored::done);
     }
+}
+
+std::string listRequest(const Host& host, const std::string& version)
+{
+    return "GET /torquenix/config/hosts HTTP/" + version + "\r\nConnection: close\r\nAuthorization: Bearer " +
+           host.token + "\r\n\r\n";
+}
+
+/// Whether a service with these limits lets a client go that takes a byte of the list now and then.
+void expectLettingGo(const masterd::ConnectionLimits& limits)
+{
+    RunningService service(limits);
+    const Host host(service, "h1");
+    storeLargeRecords(service);
     RawTlsClient client(service.port(), host.certificate.get(), &host.key());
-    ASSERT_TRUE(client.send("GET /torquenix/config/hosts HTTP/1.1\r\nConnection: close\r\n"
-                            "Authorization: Bearer " +
-                            host.token + "\r\n\r\n"));
-    std::this_thread::sleep_for(milliseconds(300)); // its reply is on the way by now
+    ASSERT_TRUE(client.send(listRequest(host, "1.1")));
+    char byte = 0;
+    ASSERT_EQ(SSL_read(client.ssl(), &byte, 1), 1); // the reply is on the way
     const auto start = steady_clock::now();
     EXPECT_TRUE(service.stop());                         // waits for the request in hand
     EXPECT_LT(steady_clock::now() - start, seconds(15)); // half the time that a client usually has
-    EXPECT_LT(client.receiveAll().size(), 64 * record.size());
+    EXPECT_LT(client.receiveAll().size(), LARGE_RECORDS * LARGE_RECORD_BYTES);
+}
+
+TEST(ServiceUnderLoad, ClientThatNeverReadsItsReplyIsLetGo)
+{
+    masterd::ConnectionLimits limits;
+    limits.writeStall = milliseconds(200);
+    expectLettingGo(limits);
+}
+
+TEST(ServiceUnderLoad, ReplyThatIsTakenTooSlowlyEndsAtItsLimit)
+{
+    masterd::ConnectionLimits limits;
+    limits.reply = milliseconds(200);
+    limits.replyBytesPerSecond = std::size_t{1} << 30;
+    expectLettingGo(limits);
+}
+
+TEST(ServiceUnderLoad, LargeListArrivesWholeInChunksUnderGzipAndToOldClients)
+{
+    RunningService service;
+    const Host host(service, "h1");
+    storeLargeRecords(service);
+    const httplib::Result plain = host.client()->Get("/torquenix/config/hosts", host.bearer());
+    ASSERT_TRUE(plain);
+    EXPECT_EQ(plain->get_header_value("Transfer-Encoding"), "chunked");
+    const tq::JsonRef list(json_loads(plain->body.c_str(), 0, nullptr));
+    EXPECT_EQ(json_array_size(json_object_get(list.get(), "hosts")), LARGE_RECORDS);
+
+    httplib::Headers gzip = host.bearer();
+    gzip.emplace("Accept-Encoding", "gzip");
+    const httplib::Result packed = host.client()->Get("/torquenix/config/hosts", gzip);
+    ASSERT_TRUE(packed);
+    EXPECT_EQ(packed->get_header_value("Content-Encoding"), "gzip");
+    EXPECT_EQ(packed->body, plain->body);
+
+    RawTlsClient old(service.port(), host.certificate.get(), &host.key());
+    ASSERT_TRUE(old.send(listRequest(host, "1.0")));
+    const std::string answer = old.receiveAll();
+    EXPECT_EQ(answer.find("Transfer-Encoding"), std::string::npos);
+    EXPECT_EQ(answer.substr(std::min(answer.find("\r\n\r\n") + 4, answer.size())), plain->body);
 }
 
 } // namespace

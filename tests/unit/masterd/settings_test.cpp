@@ -1,5 +1,5 @@
 #include "masterd/settings.h"
-#include "tests/unit/masterd/temporary_folder.h"
+#include "tests/unit/scratch_directory.h"
 
 #include <gtest/gtest.h>
 #include <stdexcept>
@@ -56,13 +56,13 @@ TEST(ParseSettings, FaultsNameTheKeyOrTheLine)
 
 TEST(SettingsFile, AbsentFileMeansTheDefaults)
 {
-    const tests::TemporaryFolder folder;
+    const tests::ScratchDirectory folder;
     EXPECT_EQ(SettingsFile(folder.file("settings.json")).current().tokenLifetimeSeconds, 3600);
 }
 
 TEST(SettingsFile, ReloadTakesWhatHasBeenWrittenSince)
 {
-    const tests::TemporaryFolder folder;
+    const tests::ScratchDirectory folder;
     const std::string path = folder.file("settings.json");
     tests::writeText(path, R"({"tokenLifetimeSeconds": 10})");
     SettingsFile settings(path);
@@ -74,7 +74,7 @@ TEST(SettingsFile, ReloadTakesWhatHasBeenWrittenSince)
 
 TEST(SettingsFile, FaultyFileIsToldByNameAndTheSettingsStay)
 {
-    const tests::TemporaryFolder folder;
+    const tests::ScratchDirectory folder;
     const std::string path = folder.file("settings.json");
     tests::writeText(path, R"({"tokenLifetimeSeconds": 10})");
     SettingsFile settings(path);
@@ -91,7 +91,7 @@ TEST(SettingsFile, FaultyFileIsToldByNameAndTheSettingsStay)
 
 TEST(SettingsFile, FolderAndHugeFileAreToldByName)
 {
-    const tests::TemporaryFolder folder;
+    const tests::ScratchDirectory folder;
     EXPECT_THROW(SettingsFile{folder.path()}, std::runtime_error);
     tests::writeText(folder.file("huge"), std::string(66560, ' '));
     EXPECT_THROW(SettingsFile{folder.file("huge")}, std::runtime_error);

@@ -1,5 +1,5 @@
 #include "masterd/sqlite.h"
-#include "tests/unit/masterd/temporary_folder.h"
+#include "tests/unit/scratch_directory.h"
 
 #include <gtest/gtest.h>
 
@@ -27,7 +27,7 @@ protected:
         return query.next() ? query.number(0) : -1;
     }
 
-    tests::TemporaryFolder folder_;
+    tests::ScratchDirectory folder_;
     Database database_;
 };
 

@@ -1,5 +1,5 @@
 #include "masterd/store.h"
-#include "tests/unit/masterd/temporary_folder.h"
+#include "tests/unit/scratch_directory.h"
 
 #include <atomic>
 #include <gtest/gtest.h>
@@ -9,6 +9,7 @@
 namespace {
 
 using masterd::Database;
+using masterd::HostPlace;
 using masterd::Identity;
 using masterd::IdentityType;
 using masterd::Query;
@@ -38,6 +39,12 @@ protected:
             store_.emplace(path_);
         return *store_;
     }
+    /// The list of all hosts where it is short.
+    std::string listed()
+    {
+        HostPlace place;
+        return '[' + store().listHosts(place) + ']';
+    }
     std::string setting(const std::string& name)
     {
         const Database database(path_);
@@ -46,7 +53,7 @@ protected:
         return query.next() ? query.text(0) : "";
     }
 
-    tests::TemporaryFolder folder_;
+    tests::ScratchDirectory folder_;
     std::string path_ = folder_.file("hosts.db");
     std::optional<masterd::Store> store_;
 };
@@ -54,9 +61,9 @@ protected:
 TEST_F(Store, FileIsTheOwnersAloneAndKeepsALogOfChanges)
 {
     store();
-    EXPECT_EQ(tests::modeOf(path_), 0600);
+    EXPECT_EQ(tests::modeOf(path_), 0600U);
     EXPECT_EQ(setting("journal_mode"), "wal");
-    EXPECT_EQ(tests::modeOf(path_ + "-wal"), 0600);
+    EXPECT_EQ(tests::modeOf(path_ + "-wal"), 0600U);
 }
 
 /// The connection that was opened last in this process.
@@ -239,7 +246,7 @@ TEST_F(Store, PutEntersARecordAndReplacesItWhole)
     EXPECT_EQ(store().findHost("id-1"), "{\"a\":1}");
     EXPECT_EQ(store().putHost(identity, "{\"b\":2}"), Stored::done);
     EXPECT_EQ(store().findHost("id-1"), "{\"b\":2}");
-    EXPECT_EQ(store().listHosts(), "[{\"b\":2}]");
+    EXPECT_EQ(listed(), "[{\"b\":2}]");
 }
 
 TEST_F(Store, AddEntersARecordOnlyWhereThereIsNone)
@@ -262,10 +269,25 @@ TEST_F(Store, DeletedRecordIsGoneAndCanBeMadeAgain)
 
 TEST_F(Store, ListIsInOrderOfHostName)
 {
-    EXPECT_EQ(store().listHosts(), "[]");
+    EXPECT_EQ(listed(), "[]");
     for (const char* name : {"b", "C", "a", "a.b", "a-b"})
         store().putHost(enrolled(std::string("id-") + name, name), std::string("\"") + name + "\"");
-    EXPECT_EQ(store().listHosts(), R"(["C","a","a-b","a.b","b"])");
+    EXPECT_EQ(listed(), R"(["C","a","a-b","a.b","b"])");
+}
+
+TEST_F(Store, ListComesInPartsThatBeginAfterAPlace)
+{
+    const std::string record = '"' + std::string(masterd::HOST_LIST_PART_BYTES / 3, 'x') + '"';
+    for (const char* id : {"id-1", "id-2", "id-3", "id-4", "id-5"})
+        store().putHost(enrolled(id, "h1"), record);
+    HostPlace place;
+    EXPECT_EQ(store().listHosts(place), record + ',' + record + ',' + record);
+    EXPECT_EQ(place.hostId, "id-3");
+    store().putHost(enrolled("id-0", "h0"), "\"before the place\"");
+    EXPECT_TRUE(store().deleteHost("id-4"));
+    EXPECT_EQ(store().listHosts(place), record);
+    EXPECT_EQ(store().listHosts(place), "");
+    EXPECT_EQ(place.hostId, "id-5");
 }
 
 TEST_F(Store, ListByNameHoldsExactlyThatName)
@@ -296,7 +318,7 @@ TEST_F(Store, RevocationEndsEveryIdentityOfTheNameAndNoOther)
     EXPECT_TRUE(store().findIdentity("id-3"));
     EXPECT_FALSE(store().isTokenValid(token, "id-1", NOW));
     EXPECT_FALSE(store().findInvitation(open, NOW));
-    EXPECT_EQ(store().listHosts(), "[3]");
+    EXPECT_EQ(listed(), "[3]");
 }
 
 TEST_F(Store, RevokingTwiceOrAStrangerEndsNothing)
@@ -313,7 +335,7 @@ TEST_F(Store, RecordThatComesAfterTheRevocationIsNotStored)
     store().revoke("h1", NOW);
     EXPECT_EQ(store().putHost(identity, "{}"), Stored::noIdentity);
     EXPECT_EQ(store().addHost(identity, "{}"), Stored::noIdentity);
-    EXPECT_EQ(store().listHosts(), "[]");
+    EXPECT_EQ(listed(), "[]");
 }
 
 TEST_F(Store, SeesAtOnceWhatAnotherProcessDid)

@@ -3,6 +3,7 @@
 
 #include "masterd/clock.h"
 #include "masterd/data_folder.h"
+#include "platform/json.h"
 #include "tests/fakes/tls/test_pki.h"
 #include "tests/unit/masterd/certificate_request.h"
 #include "tests/unit/masterd/running_service.h"
@@ -75,7 +76,7 @@ protected:
         EXPECT_FALSE(jsonMember(reply.body, "errMessage").empty()) << reply.body;
     }
 
-    tests::TemporaryFolder scratch_;
+    tests::ScratchDirectory scratch_;
     masterd::DataFolder folder_;
     masterd::Authority authority_;
     masterd::Store store_;
@@ -387,6 +388,32 @@ TEST_F(WebService, FailureInsideIsA500WithoutItsCause)
     EXPECT_NE(testing::internal::GetCapturedStderr().find("no such table"), std::string::npos);
     expectError(reply, 500);
     EXPECT_EQ(reply.body.find("table"), std::string::npos);
+}
+
+/// The records of a list that is handed out part by part.
+std::size_t listedHosts(const WebReply& reply)
+{
+    std::string body = reply.body;
+    for (std::string part = reply.nextPart(); !part.empty(); part = reply.nextPart())
+        body += part;
+    const tq::JsonRef document(json_loads(body.c_str(), 0, nullptr));
+    return json_array_size(json_object_get(document.get(), "hosts"));
+}
+
+TEST_F(WebService, ListOfAFleetComesInParts)
+{
+    const Client host = enrolled("h1");
+    const std::string record = "{\"osType\":\"" + std::string(std::size_t{16} * 1024, 'x') + "\"}";
+    for (int i = 0; i < 20; ++i) {
+        const Client other = enrolled("other");
+        EXPECT_EQ(send(other, "PUT", HOSTS + '/' + other.hostId, record).status, 200);
+    }
+    const WebReply reply = send(host, "GET", HOSTS);
+    EXPECT_EQ(reply.status, 200);
+    EXPECT_LT(reply.body.size(), masterd::HOST_LIST_PART_BYTES + record.size() + 200);
+    ASSERT_TRUE(reply.nextPart);
+    EXPECT_EQ(listedHosts(reply), 20U);
+    EXPECT_EQ(reply.nextPart(), "");
 }
 
 TEST_F(WebService, ReplyNamesTheIdentityForTheLog)

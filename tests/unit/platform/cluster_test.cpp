@@ -2,7 +2,7 @@
 
 #include "platform/paths.h"
 #include "tests/fakes/log/recording_log.h"
-#include "tests/unit/platform/test_files.h"
+#include "tests/unit/test_files.h"
 
 #include <array>
 #include <gmock/gmock.h>

@@ -3,7 +3,7 @@
 
 #include "tests/fakes/log/recording_log.h"
 #include "tests/unit/platform/child_process.h"
-#include "tests/unit/platform/scratch_directory.h"
+#include "tests/unit/scratch_directory.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

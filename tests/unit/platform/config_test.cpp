@@ -3,7 +3,7 @@
 #include "platform/config_file.h"
 #include "platform/paths.h"
 #include "tests/fakes/log/recording_log.h"
-#include "tests/unit/platform/test_files.h"
+#include "tests/unit/test_files.h"
 
 #include <cstdlib>
 #include <gmock/gmock.h>

@@ -2,8 +2,8 @@
 
 #include "platform/log_entry.h"
 #include "platform/paths.h"
-#include "tests/unit/platform/scratch_directory.h"
 #include "tests/unit/platform/short_memory.h"
+#include "tests/unit/scratch_directory.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 #include "platform/lockfile.h"
 
 #include "tests/fakes/log/recording_log.h"
-#include "tests/unit/platform/test_files.h"
+#include "tests/unit/test_files.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,6 +1,6 @@
 #include "platform/log_file_sink.h"
 
-#include "tests/unit/platform/scratch_directory.h"
+#include "tests/unit/scratch_directory.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

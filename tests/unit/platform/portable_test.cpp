@@ -2,7 +2,7 @@
 
 #include "platform/crypto.h"
 #include "platform/random.h"
-#include "tests/unit/platform/test_files.h"
+#include "tests/unit/test_files.h"
 
 #include <climits>
 #include <clocale>

@@ -1,7 +1,7 @@
 #include "platform/process.h"
 
 #include "tests/unit/platform/child_process.h"
-#include "tests/unit/platform/scratch_directory.h"
+#include "tests/unit/scratch_directory.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -4,7 +4,7 @@
 #include "platform/config_text.h"
 #include "platform/paths.h"
 #include "tests/fakes/log/recording_log.h"
-#include "tests/unit/platform/test_files.h"
+#include "tests/unit/test_files.h"
 
 #include <cctype>
 #include <cstdlib>

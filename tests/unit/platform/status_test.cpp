@@ -1,7 +1,7 @@
 #include "platform/status.h"
 
 #include "platform/paths.h"
-#include "tests/unit/platform/scratch_directory.h"
+#include "tests/unit/scratch_directory.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

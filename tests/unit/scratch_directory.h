@@ -1,7 +1,7 @@
 /// A directory of a test's own, and lines of texts.
 #pragma once
 
-#include "tests/unit/platform/test_files.h"
+#include "tests/unit/test_files.h"
 
 #include <cstdlib>
 #include <filesystem>
@@ -16,7 +16,7 @@ class ScratchDirectory {
 public:
     ScratchDirectory()
     {
-        std::string name = "/tmp/platform-test.XXXXXX";
+        std::string name = "/tmp/unit-test.XXXXXX";
         path_ = mkdtemp(name.data());
     }
     ScratchDirectory(const ScratchDirectory&) = delete;

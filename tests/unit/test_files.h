@@ -1,4 +1,4 @@
-/// Files of the tests of platform/, below the sandbox's own /usr/torqv and /tmp.
+/// Files of a unit test, below the own /usr/torqv and /tmp of its sandbox.
 #pragma once
 
 #include <ctime>
