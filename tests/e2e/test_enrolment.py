@@ -2,7 +2,6 @@
 
 import os
 import stat
-import time
 
 import pytest
 
@@ -61,47 +60,6 @@ def test_a_text_that_is_no_fingerprint_is_refused(box, master, fingerprint):
 def test_a_fingerprint_may_be_written_in_capitals(box, master):
     good = master.invite(box.host_name)
     assert box.enrol(master, good.text, good.fingerprint.upper()).status == 0
-
-
-def test_a_used_invitation_is_refused_and_the_identity_stays(box, master):
-    invitation = master.invite(box.host_name)
-    assert box.enrol(master, invitation.text, invitation.fingerprint).status == 0
-    before = identity_files(box)
-    result = box.enrol(master, invitation.text, invitation.fingerprint)
-    assert result.status != 0
-    assert "invitation" in result.err
-    assert identity_files(box) == before
-    assert box.command("-update").status == 0
-
-
-def test_an_expired_invitation_is_refused(box, master):
-    invitation = master.invite(box.host_name, expires_in=1)
-    time.sleep(1.5)
-    result = box.enrol(master, invitation.text, invitation.fingerprint)
-    assert result.status != 0
-    assert "invitation" in result.err
-    assert identity_files(box) == {}
-
-
-def test_an_unknown_invitation_is_refused(box, master):
-    good = master.invite(box.host_name)
-    changed = good.text[:-1] + ("0" if good.text[-1] != "0" else "1")
-    result = box.enrol(master, changed, good.fingerprint)
-    assert result.status != 0
-    assert "invitation" in result.err
-    assert identity_files(box) == {}
-    assert box.enrol(master, good.text, good.fingerprint).status == 0
-
-
-def test_of_ten_enrolments_with_one_invitation_exactly_one_succeeds(box, master):
-    good = master.invite(box.host_name)
-    argv = ["/usr/torqv/torquenix/bin/tqenroll", "--server", MASTER1, "--invitation", good.text]
-    argv += ["--fingerprint", good.fingerprint]
-    runs = [box.start_process(argv) for _ in range(10)]
-    statuses = [run.wait().status for run in runs]
-    assert statuses.count(0) == 1
-    assert len(box.identities()) == 1
-    assert box.command("-update").status == 0
 
 
 def test_a_server_that_cannot_be_reached_is_named(box):

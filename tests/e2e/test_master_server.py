@@ -1,6 +1,5 @@
 """tqmasterd as a process: its life, and what it refuses."""
 
-import json
 import signal
 import stat
 
@@ -37,15 +36,6 @@ def test_a_signal_ends_the_server_cleanly(box, master, number):
     assert (result.status, result.err) == (0, "")
 
 
-def test_a_server_that_was_killed_serves_what_it_had_confirmed(enrolled, master):
-    assert enrolled.command("-update").status == 0
-    process, master.process = master.process, None
-    process.signal(signal.SIGKILL)
-    process.wait(10)
-    master.serve()
-    assert len(json.loads(enrolled.command("-readallhosts", "-display").out)["hosts"]) == 1
-
-
 def test_data_is_the_owners_alone(master):
     files = list(master.data_outside.iterdir())
     assert files
@@ -71,51 +61,6 @@ def test_a_command_line_that_makes_no_sense_is_refused(box, arguments):
     result = box.run([PROGRAM, *arguments], timeout=20)
     assert result.status == 2
     assert result.err
-
-
-def test_a_revocation_ends_the_identity_and_its_record(enrolled, master):
-    assert enrolled.command("-update").status == 0
-    master.revoke(enrolled.host_name)
-    result = enrolled.command("-readallhosts", "-display")
-    assert result.status != 0
-    invitation = master.invite(enrolled.host_name)
-    assert enrolled.enrol(master, invitation.text, invitation.fingerprint).status == 0
-    assert json.loads(enrolled.command("-readallhosts", "-display").out) == {"hosts": []}
-
-
-def test_a_host_cannot_write_or_delete_the_record_of_another(enrolled, master):
-    assert enrolled.command("-update").status == 0
-    own = enrolled.identities()[0]["hostId"]
-    invited = master.invite("other.example", cluster=True)
-    assert enrolled.enrol(master, invited.text, invited.fingerprint, cluster=True).status == 0
-    # The store now claims the first host's identifier for the second one's certificate.
-    other = enrolled.identities()[1]
-    enrolled.change_identity(
-        0,
-        hostId=own,
-        certificate=other["certificate"],
-        privateKey=other["privateKey"],
-    )
-    next(enrolled.var("identity").glob("token.host.*")).unlink()
-    before = enrolled.command("-readallhosts", "-display").out
-    assert enrolled.command("-delete").status != 0
-    assert enrolled.update_without_waiting("-force").status != 0
-    assert enrolled.command("-readallhosts", "-display").out == before
-    assert any("HTTP status = 403" in text for text in enrolled.log_texts(2))
-
-
-def test_idle_connections_starve_nobody(enrolled, master):
-    idle = enrolled.start_process(
-        ["/usr/bin/python3", "-I", "-c",
-         "import socket, time\n"
-         f"held = [socket.create_connection(('{master.address}', 1556)) for _ in range(200)]\n"
-         "print('held', flush=True)\ntime.sleep(600)\n"]
-    )
-    while "held" not in idle.output():
-        assert idle.is_running()
-    assert enrolled.command("-update", timeout=60).status == 0
-    idle.signal(signal.SIGKILL)
-    idle.wait(10)
 
 
 def test_two_names_are_both_served(box):

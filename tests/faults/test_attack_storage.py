@@ -1,0 +1,240 @@
+"""What a master server has answered is there after a kill; on a full disk it refuses, keeps what it had and
+works again when there is room."""
+
+import contextlib
+import json
+import random
+import shutil
+import signal
+import sqlite3
+import threading
+import time
+
+import pytest
+
+from attacked_server import is_error
+from master_client import ENROLLMENTS, HOSTS, TOKENS, MasterClient, make_request
+from servers import PROGRAM
+
+WRITERS = 6
+KILL_ROUNDS_QUICK = 4
+KILL_ROUNDS_FULL = 40
+
+DISK_MIB = 6
+MIB = 1024 * 1024
+
+
+class Writer:
+    """A host that writes its record again and again, and remembers the last one that was answered."""
+
+    def __init__(self, client, number):
+        self.client = client
+        self.identity = client.enrol(f"writer{number}.example")
+        self.sent = 0
+        self.answered = 0
+
+    def write_until(self, ended):
+        while not ended.is_set():
+            self.sent += 1
+            try:
+                answer = self.client.put(self.identity, osVersion=str(self.sent))
+            except OSError:  # the server is gone
+                return
+            if answer is None:
+                return
+            assert answer.status == 200
+            self.answered = self.sent
+
+    def check(self, stored):
+        """What is stored is the last answered record, or one that was on its way after it."""
+        if self.answered:
+            assert self.answered <= int(stored[self.identity.host_id]) <= self.sent
+
+
+def kill(master):
+    process, master.process = master.process, None
+    process.signal(signal.SIGKILL)
+    process.wait(20)
+
+
+def check_database(master):
+    with contextlib.closing(sqlite3.connect(master.data_outside / "hosts.db")) as database:
+        assert database.execute("PRAGMA integrity_check").fetchall() == [("ok",)]
+        assert database.execute("PRAGMA foreign_key_check").fetchall() == []
+
+
+@pytest.mark.row("S5")
+@pytest.mark.parametrize(
+    "rounds", [KILL_ROUNDS_QUICK, pytest.param(KILL_ROUNDS_FULL, marks=pytest.mark.full)]
+)
+def test_an_answered_write_is_there_after_a_kill(box, master, rounds, figure):
+    client = MasterClient(box, master)
+    writers = [Writer(client, number) for number in range(WRITERS)]
+    chance = random.Random(rounds)
+    for _ in range(rounds):
+        ended = threading.Event()
+        threads = [threading.Thread(target=writer.write_until, args=[ended]) for writer in writers]
+        for thread in threads:
+            thread.start()
+        time.sleep(chance.uniform(0.05, 0.6))  # anywhere within the writes
+        kill(master)
+        ended.set()
+        for thread in threads:
+            thread.join()
+        check_database(master)
+        master.serve()
+        hosts = client.stored(writers[0].identity)
+        stored = {host["uuid"]: host["osVersion"] for host in hosts}
+        for writer in writers:
+            writer.check(stored)
+    answered = sum(writer.answered for writer in writers)
+    assert answered > rounds
+    figure("kills", rounds)
+
+
+@pytest.mark.row("S5")
+@pytest.mark.parametrize("rounds", [3, pytest.param(20, marks=pytest.mark.full)])
+def test_an_answered_enrolment_is_there_after_a_kill(box, master, rounds, figure):
+    client = MasterClient(box, master)
+    chance = random.Random(rounds)
+    for number in range(rounds):
+        request, key = make_request(client.folder, f"late{number}")
+        invitation = master.invite(f"late{number}.example").text
+        answers = []
+
+        def enrol(wanted=invitation, sent=request, got=answers):
+            with contextlib.suppress(OSError):
+                got.append(client.redeem(wanted, sent))
+
+        thread = threading.Thread(target=enrol)
+        thread.start()
+        time.sleep(chance.uniform(0, 0.08))
+        kill(master)
+        thread.join()
+        check_database(master)
+        master.serve()
+        if answers and answers[0] is not None:
+            late = client.take_token(client.keep(f"late{number}", key, answers[0]))
+            assert client.put(late).status == 200
+            assert is_error(client.redeem(invitation, request), 403)
+        else:
+            # Nobody got a certificate: the invitation is good, or used up by what was on its way.
+            assert client.redeem(invitation, request).status in (201, 403)
+    figure("kills", rounds)
+
+
+class SmallDisk:
+    """A master server whose data lies on a small file system of its own."""
+
+    def __init__(self, box, master):
+        master.stop()
+        copy = box.shared / "data-before"
+        shutil.move(master.data_outside, copy)
+        master.data_outside.mkdir()
+        box.restart("--size", str(DISK_MIB * MIB), "--tmpfs", master.data)
+        assert box.run(["sh", "-c", f"cp -a /shared/data-before/. {master.data} && chmod 700 {master.data}"]).status == 0
+        self.box = box
+        self.master = master.serve()
+        self.client = MasterClient(box, master)
+
+    def fill(self):
+        """Takes all the room there is; what is left of the last page, too."""
+        words = f"cat /dev/zero >{self.master.data}/lock 2>/dev/null; test -s {self.master.data}/lock"
+        assert self.box.run(["sh", "-c", words]).status == 0
+
+    def make_room(self):
+        assert self.box.run(["sh", "-c", f": >{self.master.data}/lock"]).status == 0
+
+    def check_database(self):
+        code = "import sqlite3, sys; print(sqlite3.connect(sys.argv[1]).execute('PRAGMA integrity_check').fetchone()[0])"
+        result = self.box.run(["/usr/bin/python3", "-I", "-c", code, f"{self.master.data}/hosts.db"])
+        assert result.out == "ok\n", result.err
+
+
+@pytest.fixture
+def small_disk(box, master):
+    return SmallDisk(box, master)
+
+
+LARGE = "x" * 200_000
+
+
+def refused_while_full(client, host, invitation, request):
+    """Everything that would have to be stored; each answers an error."""
+    yield client.put(host, osType=LARGE)
+    yield client.ask("POST", TOKENS, host, b"{}")
+    body = {"invitation": invitation, "certificateRequest": request}
+    yield client.ask("POST", ENROLLMENTS, body=json.dumps(body).encode())
+
+
+@pytest.mark.row("S6")
+def test_a_full_disk_stores_nothing_by_halves_and_is_survived(small_disk):
+    client, master = small_disk.client, small_disk.master
+    host, other = client.enrol("a.example"), client.enrol("b.example")
+    assert client.put(host, osType="before").status == 200
+    invitation = master.invite("c.example").text
+    request, _ = make_request(client.folder, "c")
+    small_disk.fill()
+    statuses = set()
+    for _ in range(20):
+        # A log of changes that exists is written in place: a few writes may still find room in it.
+        for answer in refused_while_full(client, host, invitation, request):
+            statuses.add(answer.status)
+            assert answer.status in (200, 201) or is_error(answer, 500) or is_error(answer, 507) or is_error(answer, 403)
+    assert statuses & {500, 507}
+    (record,) = client.stored(other)
+    assert record["osType"] in ("before", LARGE)
+    assert master.process.is_running()
+    small_disk.make_room()
+    assert client.put(host, osType="after").status == 200
+    assert [record["osType"] for record in client.stored(other)] == ["after"]
+    assert client.put(client.enrol("d.example")).status == 200
+    kill(master)
+    small_disk.check_database()
+    master.serve()
+    assert {record["hostName"] for record in client.stored(other)} == {"a.example", "d.example"}
+
+
+@pytest.mark.row("S6")
+def test_a_server_starts_and_is_read_on_a_full_disk(small_disk):
+    client, master = small_disk.client, small_disk.master
+    host = client.enrol("a.example")
+    assert client.put(host, osType="before").status == 200
+    master.stop()
+    small_disk.fill()
+    argv = [PROGRAM, "serve", "--data", master.data, "--listen", master.address]
+    master.process = small_disk.box.start_process(argv)
+    if small_disk.box.wait_until_listening(master.address, timeout=5):
+        assert is_error(client.put(host, osType=LARGE), 500)
+        assert [record["osType"] for record in client.stored(host)] == ["before"]
+    else:
+        result = master.process.wait(20)
+        assert (result.status, "hosts.db" in result.err) == (1, True)
+        master.process = None
+    small_disk.make_room()
+    if master.process is None:
+        master.serve()
+    assert client.put(host, osType="after").status == 200
+
+
+@pytest.mark.row("S6")
+@pytest.mark.row("S1")
+def test_a_server_out_of_descriptors_serves_again_when_there_are_some(box, master):
+    client = MasterClient(box, master)
+    host = client.enrol("a.example")
+    master.stop()
+    argv = ["prlimit", "--nofile=40", PROGRAM, "serve", "--data", master.data, "--listen", master.address]
+    master.process = box.start_process(argv)
+    assert box.wait_until_listening(master.address)
+    with client.connect(host) as kept, kept.makefile("rb"), contextlib.ExitStack() as stack:
+        for _ in range(60):
+            stack.enter_context(client.connect_plain())
+        deadline = time.monotonic() + 20
+        while "Too many open files" not in master.process.errors() and time.monotonic() < deadline:
+            time.sleep(0.05)
+        assert "accepting failed: Too many open files" in master.process.errors()
+        # A connection that stands goes on; what needs a descriptor of its own is refused with its cause.
+        kept.sendall(f"GET {HOSTS}/reloadconfig HTTP/1.1\r\nAuthorization: Bearer {host.token}\r\n\r\n".encode())
+        assert kept.recv(12) == b"HTTP/1.1 500"
+    assert client.put(host, osType="after").status == 200
+    assert master.process.is_running()
