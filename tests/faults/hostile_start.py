@@ -1,12 +1,12 @@
-"""Inside a sandbox: runs a program in the worst surroundings that a caller can leave it: every signal blocked, those
-that can be ignored ignored, further descriptors open, the mask at 000, in a folder of the caller's choice."""
+"""Inside a sandbox: runs a program in the worst surroundings that a caller can leave it: every signal
+blocked, many ignored, further descriptors open, the mask at 000, in a folder of the caller's choice."""
 
 import os
 import signal
 import sys
 
 folder, *argv = sys.argv[1:]
-for number in (signal.SIGCHLD, signal.SIGPIPE, signal.SIGALRM, signal.SIGUSR1, signal.SIGXFSZ, signal.SIGTERM):
+for number in (signal.SIGCHLD, signal.SIGPIPE, signal.SIGALRM, signal.SIGXFSZ, signal.SIGTERM):
     signal.signal(number, signal.SIG_IGN)
 signal.pthread_sigmask(signal.SIG_BLOCK, signal.valid_signals())
 for _ in range(20):

@@ -1,10 +1,20 @@
-"""What the tests of tools and of hostile hosts have in common: describing the host, and reading what it cost."""
+"""What the tests of tools and of hostile hosts share: describing the host, and reading what that cost."""
 
 import json
+
+import pytest
 
 from sandbox import BIN_DIR, NO_CLUSTER
 
 PEAK_FILE = "/shared/output/peak-memory"
+
+
+def cases(table, quick):
+    """Parameters out of a table of names and values; those not named in `quick` are in the full run alone."""
+    return [
+        pytest.param(value, id=name, marks=[] if name in quick else [pytest.mark.full])
+        for name, value in table.items()
+    ]
 
 
 def describe(box, **options):

@@ -1,5 +1,5 @@
-"""Damaged and hostile files of the command's own, and who may touch them: a clear line, the named outcome, nothing
-lost."""
+"""Damaged and hostile files of the command's own, and who may touch them: a clear line, the named outcome,
+nothing lost."""
 
 import json
 import os
@@ -219,7 +219,7 @@ def test_a_damaged_cache_is_as_good_as_none_and_named_in_the_log(enrolled, conte
 
 @pytest.mark.row("E10")
 @pytest.mark.parametrize("make", NOT_REGULAR)
-def test_a_cache_that_is_no_file_is_neither_read_nor_written_and_the_update_succeeds(enrolled, elsewhere, make):
+def test_a_cache_that_is_no_file_is_left_alone_and_the_update_succeeds(enrolled, elsewhere, make):
     make(enrolled.cache_file())
     before = stat.S_IFMT(enrolled.cache_file().lstat().st_mode)
     for _ in range(2):

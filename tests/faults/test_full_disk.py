@@ -1,5 +1,5 @@
-"""Disks without room, folders that cannot be written: what can be done is done, the line names the file, and the next
-run with room heals."""
+"""Disks without room, folders that cannot be written: what can be done is done, the line names the file, and
+the next run with room heals."""
 
 import dataclasses
 import re
@@ -52,7 +52,9 @@ CASES = [
     ),
     FullDisk("no-inode-for-the-cache-lock", VAR, PLENTY, 1, no_file_for("hostdbcache.master1.example.lock")),
     FullDisk("no-inode-for-the-token", VAR, PLENTY, 2, no_file_for("identity/token.host.master1.example")),
-    FullDisk("no-inode-for-the-cache", VAR, PLENTY, 3, no_file_for("hostdb.cache.master1.example"), quick=True),
+    FullDisk(
+        "no-inode-for-the-cache", VAR, PLENTY, 3, no_file_for("hostdb.cache.master1.example"), quick=True
+    ),
     FullDisk("no-inode-for-a-new-token", VAR, PLENTY, 4, no_file_for("identity/token.host.master1.example")),
     FullDisk("tools-cannot-write", TORQUENIX, 0, PLENTY, ""),
     FullDisk(
@@ -88,7 +90,7 @@ def run_on_small_disk(box, folder, pages, files, *arguments):
 
 
 def take_out_what_was_cut_off(box):
-    """The last entry for which there was some room. Entries that follow it must stand on lines of their own."""
+    """The last entry for which there was some room; what follows it must stand on lines of its own."""
     (log,) = box.log_files() or [None]
     text = log.read_text() if log else ""
     if text and not text.endswith("\n"):

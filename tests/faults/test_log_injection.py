@@ -7,6 +7,7 @@ import re
 import pytest
 
 from contract import Contract
+from local_info import cases
 
 FORGED = "2026-01-01 00:00:00.000 [1] <2> forger: all is well"
 # Line ends of every kind before it, and what terminals obey behind it.
@@ -70,7 +71,9 @@ FIELDS = {
     "version-file": Field(write("torqv/torquenix/bin/version", f"Torquenix-Linux 9.1{POISON}\n")),
     "pack-summary": Field(write("torqv/pack/pack.summary", f"HFX_Torquenix_9.1_PET1_SET1{MANY_LINES}\n")),
     "release-file": Field(write("etc/redhat-release", f"a release {POISON}\n")),
-    "os-release": Field(write("etc/os-release", f'PRETTY_NAME="{POISON}"\nVERSION_ID="{POISON}"\n'), image="debian12"),
+    "os-release": Field(
+        write("etc/os-release", f'PRETTY_NAME="{POISON}"\nVERSION_ID="{POISON}"\n'), image="debian12"
+    ),
     "rpm": Field(put("local_sbin", "rpm", f"XRVN-{POISON}-1\n{MANY_LINES}\n")),
     "hxclus": Field(put("opt", "XRVNhxm/bin/hxclus", MANY_LINES), image="cluster-active"),
     "hxsys": Field(put("opt", "XRVNhxm/bin/hxsys", MANY_LINES), image="cluster-active"),
@@ -94,10 +97,7 @@ def assert_no_forged_entry(box, reached="all is well"):
 
 
 @pytest.mark.row("H7")
-@pytest.mark.parametrize(
-    "field",
-    [pytest.param(field, id=name, marks=[pytest.mark.full] * (name not in QUICK)) for name, field in FIELDS.items()],
-)
+@pytest.mark.parametrize("field", cases(FIELDS, QUICK))
 def test_a_text_cannot_forge_an_entry(identified, field):
     box = identified(field.image)
     if field.plant:
@@ -107,16 +107,16 @@ def test_a_text_cannot_forge_an_entry(identified, field):
     assert_no_forged_entry(box, reached)
 
 
+ERROR = {"errorCode": 47, "errMessage": MANY_LINES}
+BODIES = {
+    "json": json.dumps(ERROR),
+    "text": MANY_LINES,
+    "json-of-raw-characters": json.dumps(ERROR, ensure_ascii=False),
+}
+
+
 @pytest.mark.row("H7")
-@pytest.mark.parametrize(
-    "body",
-    [
-        json.dumps({"errorCode": 47, "errMessage": MANY_LINES}),
-        pytest.param(MANY_LINES, marks=pytest.mark.full),
-        pytest.param(json.dumps({"errorCode": 47, "errMessage": MANY_LINES}, ensure_ascii=False), marks=pytest.mark.full),
-    ],
-    ids=["json", "text", "json-of-raw-characters"],
-)
+@pytest.mark.parametrize("body", cases(BODIES, quick=("json",)))
 @pytest.mark.parametrize("arguments", [["-read"], ["-update"]], ids=["read", "update"])
 def test_an_error_body_cannot_forge_an_entry(enrolled, scripted, arguments, body):
     scripted({"path": "hosts", "answer": {"status": 500, "body": body}})
@@ -133,7 +133,8 @@ def test_an_error_body_cannot_forge_an_entry(enrolled, scripted, arguments, body
 def test_a_cached_record_cannot_forge_an_entry(enrolled):
     assert enrolled.command("-update").status == 0
     cached = json.loads(enrolled.cache_file().read_text())
-    cached |= {name: MANY_LINES for name, value in cached.items() if isinstance(value, str) and name != "uuid"}
+    texts = [name for name, value in cached.items() if isinstance(value, str) and name != "uuid"]
+    cached |= dict.fromkeys(texts, MANY_LINES)
     enrolled.cache_file().write_text(json.dumps(cached) + "\n")
     assert enrolled.command("-update").status == 0
     assert_no_forged_entry(enrolled)
@@ -150,12 +151,15 @@ def test_the_programs_name_cannot_forge_an_entry(enrolled):
 
 @pytest.mark.row("H6")
 def test_names_from_a_server_name_no_files(enrolled, scripted):
-    hostile = {"uuid": "../../../tmp/x", "hostName": "../../etc/x", "masterServer": "../x", "servers": ["/etc/x"]}
-    answer = {"status": 200, "body": json.dumps({"hosts": [hostile]})}
-    scripted({"method": "GET", "answer": answer}, {"method": "PUT", "answer": {"status": 200, "body": json.dumps(hostile)}})
+    hostile = {"uuid": "../../../tmp/x", "hostName": "../../etc/x", "masterServer": "../x"}
+    scripted(
+        {"method": "GET", "answer": {"status": 200, "body": json.dumps({"hosts": [hostile]})}},
+        {"method": "PUT", "answer": {"status": 200, "body": json.dumps(hostile)}},
+    )
     contract = Contract(enrolled)
     before = {file for file in enrolled.torqv.rglob("*")}
-    results = [enrolled.command(*words) for words in (["-update"], ["-readallhosts"], ["-read", "-hostname", "../x"])]
+    runs = (["-update"], ["-readallhosts"], ["-read", "-hostname", "../x"])
+    results = [enrolled.command(*arguments) for arguments in runs]
     assert [result.status for result in results] == [0, 0, 0]
     made = {file.name for file in enrolled.torqv.rglob("*")} - {file.name for file in before}
     server = "master1.example"

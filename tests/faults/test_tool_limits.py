@@ -169,7 +169,8 @@ def test_a_tool_that_meets_a_limit_is_ended_with_all_it_started(identified, case
     contract.check(result)
     assert json.loads(result.out) == box.expected_record() | way.changes
     errors = box.log_texts(16)
-    assert [text for text in errors if text.startswith((TIME_LIMIT, SIZE_LIMIT))] == [case.limit + way.command]
+    met = [text for text in errors if text.startswith((TIME_LIMIT, SIZE_LIMIT))]
+    assert met == [case.limit + way.command]
     assert set(way.says) <= set(errors)
     assert peak < healthy_peak + 8 * BYTES // 1024, "memory grew with what the tool printed"
 

@@ -1,4 +1,4 @@
-"""What a tool gets from the command, whatever the command itself was started in, and what a tool leaves behind."""
+"""What a tool gets from the command, whatever that was started in itself, and what a tool leaves behind."""
 
 import json
 
@@ -104,8 +104,8 @@ def test_a_child_in_the_background_delays_only_who_reads_what_it_holds(identifie
 def put_decoys(box):
     """Tools in folders of the caller's that would leave a trace."""
     decoys = box.shared / "decoys"
-    names = "sh cat which dmidecode lspci hostnamectl uname rpm curl hostname hxstatus hxclus hxsys hxres sleep"
-    for name in names.split():
+    names = "sh cat which dmidecode lspci hostnamectl uname rpm curl hostname"
+    for name in [*names.split(), "hxstatus", "hxclus", "hxsys", "hxres", "sleep"]:
         box.put_tool(decoys, name, f"touch {EXECUTED}")
     for name in ("env", "bashrc"):
         (decoys / name).write_text(f"touch {EXECUTED}\n")

@@ -1,5 +1,5 @@
-"""System tools that are missing, fail, print what they should not or leave somebody behind: the record comes about
-all the same, and something says what was missed."""
+"""System tools that are missing, fail or print what they should not: the record comes about all the same, and
+something says what was missed."""
 
 import dataclasses
 import json
@@ -192,7 +192,12 @@ def useless(*names, quick=()):
 # Hypervisor
 
 
-QUICK_OF_TOOL = {"dmidecode": "killed", "lspci": "10-megabytes-on-one-line", "hostnamectl": "nuls", "uname": "binary"}
+QUICK_OF_TOOL = {
+    "dmidecode": "killed",
+    "lspci": "10-megabytes-on-one-line",
+    "hostnamectl": "nuls",
+    "uname": "binary",
+}
 
 
 def useless_answers():
@@ -265,7 +270,9 @@ def test_a_silent_dmidecode_is_said_to_be_empty(identified):
 
 @pytest.mark.row("G5")
 @pytest.mark.full
-@pytest.mark.parametrize("body, said", [("exit 1", ["dmidecode product name command failed"]), ("exit 0", [])])
+@pytest.mark.parametrize(
+    "body, said", [("exit 1", ["dmidecode product name command failed"]), ("exit 0", [])]
+)
 def test_a_product_name_that_cannot_be_had_leaves_the_answer_to_the_devices(identified, body, said):
     box = identified("rhel9")
     answers = f'*manufacturer) echo "Red Hat" ;; *) {body} ;;'

@@ -1,4 +1,4 @@
-"""Inside a sandbox: becomes an ordinary user and tells as JSON what that user can do with each of the given files."""
+"""Inside a sandbox: becomes an ordinary user and tells as JSON what it can do with each of the files."""
 
 import fcntl
 import json
