@@ -13,7 +13,7 @@ import shutil
 
 from sandbox import BIN_DIR, Sandbox
 from servers import Master
-from sweep_points import calls_of_trace
+from sweep_points import calls_of_trace, closings_of_pipes
 
 MASTER = "master1.example"
 COMMAND = f"{BIN_DIR}/tqhostdbcmd"
@@ -62,6 +62,7 @@ class Bench:
         (self.box.shared / "sweep").mkdir()
         self._untrusted = None
         self._calls = {}
+        self._pipes = {}
         self._jobs = 0
         self.master.serve()
         self._make_states(beginnings)
@@ -132,5 +133,11 @@ class Bench:
             (result,) = self.meet(scenario, [plain], heal=False)
             assert result["success"], result
             trace = self.box.shared / "sweep" / "plain.trace"
-            self._calls[scenario] = calls_of_trace(trace.read_text(errors="replace"))
+            text = trace.read_text(errors="replace")
+            self._calls[scenario] = calls_of_trace(text)
+            self._pipes[scenario] = closings_of_pipes(text)
         return self._calls[scenario]
+
+    def calls_that_may_fail(self, scenario):
+        """Those of calls() whose failure can be injected without making something that no kernel does."""
+        return [call for call in self.calls(scenario) if call not in self._pipes[scenario]]

@@ -55,6 +55,23 @@ def calls_of_trace(text):
     return points
 
 
+def closings_of_pipes(text):
+    """The points that close an end of a pipe. A failure that is injected leaves the call out, while a real
+    close() frees the descriptor whatever it says: who keeps the writing end open never reads the pipe's end."""
+    count, ends, found = 0, set(), set()
+    for line in text.splitlines():
+        if pipe := re.match(r"pipe2\(\[(\d+), (\d+)\]", line):
+            ends |= {pipe[1], pipe[2]}
+        elif closed := re.match(r"close\((\d+)\)", line):
+            count += 1
+            if closed[1] in ends:
+                ends.remove(closed[1])
+                found.add(("close", count))
+        elif line.startswith("close("):
+            count += 1
+    return found
+
+
 def some_of(points, number, seed):
     """A sample, the same for the same seed, in order; every name of a call is in it if there is room."""
     if number >= len(points):

@@ -60,7 +60,8 @@ def calls_of(bench, scenario, name):
     """The calls of a name that main() makes, evenly thinned out: neighbours of a loop meet the same code."""
     if name == TOOL_CANNOT_RUN:
         return [(name, 2)]
-    return spread([call for call in bench.calls(scenario)[1:] if call[0] == name], POINTS_OF_A_CALL)
+    calls = [call for call in bench.calls_that_may_fail(scenario)[1:] if call[0] == name]
+    return spread(calls, POINTS_OF_A_CALL)
 
 
 @pytest.mark.row("E2")

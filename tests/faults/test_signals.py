@@ -55,6 +55,7 @@ def sweep(bench, scenario, calls, number, figure):
     assert bad == []
     assert wrong == []
     assert unhealed == []
+    assert len(met) >= len(results) * 0.9, "too many points were not met"
 
 
 def calls_of(bench, scenario):
