@@ -12,6 +12,7 @@ import shutil
 
 import pytest
 
+from attacked_server import AttackedServer
 from fault_table import FaultTable
 from servers import Master
 from wire_host import WireHost
@@ -68,6 +69,12 @@ def bench(build, tmp_path_factory, beginnings):
     made = Bench(build, tmp_path_factory.mktemp("bench"), beginnings)
     yield made
     made.stop()
+
+
+@pytest.fixture(scope="module")
+def attacked(shared_master):
+    """A master server with two hosts, shared by all cases of a module."""
+    return AttackedServer(shared_master)
 
 
 @pytest.fixture(scope="session")
