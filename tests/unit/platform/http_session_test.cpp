@@ -117,15 +117,54 @@ TEST_F(HttpSessionTest, NoRedirectIsFollowed)
     EXPECT_EQ(target.connections(), 0);
 }
 
+namespace {
+
+/// Names a proxy in every variable that libcurl knows, for as long as it lives.
+class ProxiesInEnvironment {
+public:
+    explicit ProxiesInEnvironment(const std::string& proxy)
+    {
+        for (const char* name : {"no_proxy", "NO_PROXY"})
+            unsetenv(name);
+        for (const char* name : NAMES)
+            setenv(name, proxy.c_str(), 1);
+    }
+    ProxiesInEnvironment(const ProxiesInEnvironment&) = delete;
+    ProxiesInEnvironment& operator=(const ProxiesInEnvironment&) = delete;
+    ~ProxiesInEnvironment()
+    {
+        for (const char* name : NAMES)
+            unsetenv(name);
+    }
+
+private:
+    static constexpr const char* NAMES[] = {"https_proxy", "HTTPS_PROXY", "ALL_PROXY", "all_proxy"};
+};
+
+/// The outcome of a request that libcurl makes by its own defaults.
+CURLcode getByDefaults(int port)
+{
+    const tq::CurlHandle handle(curl_easy_init());
+    const std::string url = "https://127.0.0.1:" + std::to_string(port) + "/";
+    tq::CurlOptions options(handle.get());
+    options.set(CURLOPT_URL, url.c_str()).set(CURLOPT_TIMEOUT, 20L).set(CURLOPT_NOSIGNAL, 1L);
+    EXPECT_TRUE(options.taken());
+    return curl_easy_perform(handle.get());
+}
+
+} // namespace
+
 TEST_F(HttpSessionTest, ProxiesOfTheEnvironmentAreNotUsed)
 {
-    const std::string proxy = "http://127.0.0.1:" + std::to_string(fakes::closedPort());
-    for (const char* name : {"no_proxy", "NO_PROXY"})
-        unsetenv(name);
-    for (const char* name : {"https_proxy", "HTTPS_PROXY", "ALL_PROXY", "all_proxy"})
-        setenv(name, proxy.c_str(), 1);
-    const Outcome outcome = getFrom(answer(200, "{}"));
-    for (const char* name : {"https_proxy", "HTTPS_PROXY", "ALL_PROXY", "all_proxy"})
-        unsetenv(name);
+    fakes::ServerOptions plain;
+    plain.plain = true;
+    const TlsTestServer proxy(plain, always(raw("HTTP/1.1 502 No\r\nContent-Length: 0\r\n\r\n")));
+    const TlsTestServer server(serverWith(pki().server), always(answer(200, "{}")));
+    const ProxiesInEnvironment environment("http://127.0.0.1:" + std::to_string(proxy.port()));
+
+    EXPECT_NE(getByDefaults(server.port()), CURLE_OK);
+    ASSERT_EQ(proxy.connections(), 1) << "the proxy is not even used where nothing forbids it";
+    const Outcome outcome = get(server, trustOwnAuthority(), shortLimits());
     EXPECT_EQ(outcome.result.status, 0) << outcome.result.cause;
+    EXPECT_EQ(proxy.connections(), 1);
 }
