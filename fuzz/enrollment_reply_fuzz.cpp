@@ -1,5 +1,6 @@
 /// A master server's answer to an enrolment. "@certificate@" in an input stands for a certificate that
-/// belongs to the host's key, "@authority@" for the one that issued it.
+/// belongs to the host's key, "@stranger@" for one with the same names for another key, "@authority@" for the
+/// one that issued both.
 #include "enroll/enrollment_reply.h"
 #include "fuzz/support/target.h"
 #include "fuzz/support/template_text.h"
@@ -16,12 +17,20 @@ struct Enrolment {
 
     Enrolment()
     {
-        const std::string pem = tq::makeCertificateRequest(*key, "h1.example");
-        const tq::CertificateRequest request = tq::parseCertificateRequest(pem);
+        const tq::Key other = tq::generateKey();
+        values = {{"@certificate@", certificateOf(*key)},
+                  {"@stranger@", certificateOf(*other)},
+                  {"@authority@", fuzz::jsonEscaped(authority.certificatePem())}};
+    }
+
+private:
+    /// A certificate with the host's names for any key.
+    [[nodiscard]] std::string certificateOf(EVP_PKEY& anyKey) const
+    {
+        const tq::CertificateRequest request =
+            tq::parseCertificateRequest(tq::makeCertificateRequest(anyKey, "h1.example"));
         const masterd::Identity identity{"6f0f0000-0000-4000-8000-000000000001", "h1.example"};
-        values = {
-            {"@certificate@", fuzz::jsonEscaped(authority.issueHostCertificate(*request, identity, 30))},
-            {"@authority@", fuzz::jsonEscaped(authority.certificatePem())}};
+        return fuzz::jsonEscaped(authority.issueHostCertificate(*request, identity, 30));
     }
 };
 
