@@ -112,11 +112,11 @@ def test_a_crash_leaves_no_core_file_with_a_token(enrolled, scripted):
     while not server.seen():
         assert time.monotonic() < deadline, "the update never came"
         time.sleep(0.01)
-    run.signal(signal.SIGSEGV)
+    run.signal(signal.SIGABRT)
     run.wait(20)
     find = ["find", "/", "-xdev", "-name", "core*", "-type", "f", "-newer", "/shared/lsan.supp"]
     assert enrolled.run(find).out == ""
     # A program that has not asked for it does leave one there.
-    enrolled.run(["prlimit", "--core=unlimited", "sh", "-c", f"planted={PLANTED}; kill -SEGV $$"])
+    enrolled.run(["prlimit", "--core=unlimited", "sh", "-c", f"planted={PLANTED}; kill -ABRT $$"])
     (core,) = enrolled.run(find).out.split()
     assert enrolled.run(["grep", "-c", "--binary-files=text", PLANTED, core]).status == 0
