@@ -416,7 +416,8 @@ REPLIES = {
 
 # Replies: texts (C). All of them come with the status of success.
 
-DEPTHS = (2047, 2049, 100_000, 1_000_000)
+# A text is wrapped in brackets once more, and 2,048 is the most that the parser takes.
+DEPTHS = (2047, 2048, 100_000, 1_000_000)
 NUL_HOST = b'{"uuid":"a\0b"}'
 TEXTS = {
     "empty": b"",

@@ -48,14 +48,14 @@ TEXTS = {
     "infinite-number": ("C2", NO_JSON),
     "minus-zero": ("C2", WITH_HOST),
     "deep-2047": ("C3", JSON_WITHOUT_HOST),
-    "deep-2049": ("C3", NO_JSON),
+    "deep-2048": ("C3", NO_JSON),
     "deep-100000": ("C3", NO_JSON),
     "deep-1000000": ("C3", NO_JSON),
     "deep-2047-open": ("C3", NO_JSON),
-    "deep-2049-open": ("C3", NO_JSON),
+    "deep-2048-open": ("C3", NO_JSON),
     "deep-100000-open": ("C3", NO_JSON),
     "deep-1000000-open": ("C3", NO_JSON),
-    "deep-objects-2049": ("C3", NO_JSON),
+    "deep-objects-2048": ("C3", NO_JSON),
     "deep-objects-100000": ("C3", NO_JSON),
     "deep-objects-1000000": ("C3", NO_JSON),
     "not-utf-8": ("C4", NO_JSON),
@@ -67,12 +67,30 @@ TEXTS = {
     "nul-behind-a-host": ("C4", NO_JSON),
     "10-mb-string": ("C4", JSON_WITHOUT_HOST),
 }
-# Records that are no objects: each of their fields is noted at error level.
-RECORDS_NOTED = ("null", "array", "text", "number", "hosts-of-number", "deep-2047")
+# Records that are no objects, or hold nothing: each of their fields is noted at error level, as what it lacks.
+NO_OBJECT, NO_TEXT = "data object", "string"
+RECORDS_NOTED = {
+    "empty": NO_OBJECT,
+    "null": NO_OBJECT,
+    "array": NO_OBJECT,
+    "text": NO_OBJECT,
+    "number": NO_OBJECT,
+    "two-records": NO_TEXT,
+    "hosts-missing": NO_TEXT,
+    "hosts-of-number": NO_OBJECT,
+    "fields-of-wrong-type": NO_TEXT,
+    "deep-2047": NO_OBJECT,
+}
+EMPTY_RECORD = {
+    **dict.fromkeys(("hostId", "hostName", "masterServer", "osType", "osVersion", "osReleaseVersion"), ""),
+    **dict.fromkeys(("installedHFXs", "installedPackages", "kqUpdatePlatform", "hwDescription"), ""),
+    **dict.fromkeys(("cpuArchitecture", "tquVersion", "trustVersion", "machineType", "hypervisorType"), ""),
+    **{"servers": [], "clusterSharedNames": [], "isSecureEnabled": False},
+}
 ONLY_IN_FULL = (
     "deep-2047-open",
-    "deep-2049-open",
-    "deep-objects-2049",
+    "deep-2048-open",
+    "deep-objects-2048",
     "deep-1000000",
     "deep-objects-100000",
 )
@@ -98,20 +116,37 @@ def test_what_each_way_of_reading_makes_of_a_text(wire, name, statuses):
         assert (result.out == "") == (expected[way] != 0), way
     refused = [text for text in wire.box.log_texts(16) if text == NO_HOST]
     assert len(refused) == sum(expected[way] == 114 for way in ("by-name", "own"))
+    unparsed = [text for text in wire.box.log_texts(16) if text.startswith("load_json() failed:")]
+    assert len(unparsed) == (len(READS) if by_identifier == 114 else 0)
     if by_name == 114:
         assert results["all"].out == NO_HOSTS_SHOWN
     contract.check(*results.values())
 
 
+def read_from_list(name):
+    return "by-name" if name in ("hosts-of-number", "fields-of-wrong-type") else "by-identifier"
+
+
 @pytest.mark.row("C1")
 @pytest.mark.parametrize("name", RECORDS_NOTED)
-def test_a_record_that_is_no_object_is_noted_and_gives_an_empty_one(wire, name):
+def test_a_record_that_holds_no_field_is_noted_and_gives_an_empty_one(wire, name):
     wire.use(f"text-{name}")
-    way = "by-name" if name == "hosts-of-number" else "by-identifier"
+    result = wire.box.command(*READS[read_from_list(name)])
+    assert (result.status, result.err) == (0, "")
+    assert json.loads(result.out) == EMPTY_RECORD
+    noted = f"Invalid JSON {RECORDS_NOTED[name]} for key and rec num:"
+    assert {f"{noted}uuid,0", f"{noted}hostName,0"} <= set(wire.box.log_texts(16))
+
+
+@pytest.mark.row("C2")
+@pytest.mark.parametrize("way", ["by-name", "by-identifier"])
+@pytest.mark.parametrize("name", ["unknown-field", "minus-zero"])
+def test_an_unknown_field_changes_nothing_of_those_that_are_known(wire, name, way):
+    wire.use(f"text-{name}")
     result = wire.box.command(*READS[way])
     assert (result.status, result.err) == (0, "")
-    assert json.loads(result.out)["hostName"] == ""
-    assert "Invalid JSON data object for key and rec num:hostName,0" in wire.box.log_texts(16)
+    assert json.loads(result.out) == EMPTY_RECORD | {"hostId": "1"}
+    assert not any("odd" in text for text in wire.box.log_texts(16))
 
 
 @pytest.mark.row("C2")
