@@ -26,6 +26,9 @@ constexpr std::size_t DAY_LENGTH = 8;
 /// Reading is for the end of what is there.
 constexpr int OPEN_FLAGS = O_RDWR | O_APPEND | O_CREAT;
 
+/// A file that has grown at each of so many looks is being written to, and not cut off.
+constexpr int MAX_LOOKS_AT_END = 100;
+
 /// Local date of a time, some days earlier, as yyyymmdd.
 std::string dayText(LogFileSink::Time time, int daysEarlier)
 {
@@ -67,13 +70,30 @@ bool isEmpty(int file)
     return fstat(file, &status) == 0 && status.st_size == 0;
 }
 
-/// The last line has no end: a full disk cut off the last entry of an earlier run.
-bool endsInsideLine(int file)
+/// Size of the file when its last line has no end, else 0.
+off_t sizeInsideLine(int file)
 {
     struct stat status {};
     char last = '\n';
-    return fstat(file, &status) == 0 && status.st_size > 0 &&
-           pread(file, &last, 1, status.st_size - 1) == 1 && last != '\n';
+    const bool read =
+        fstat(file, &status) == 0 && status.st_size > 0 && pread(file, &last, 1, status.st_size - 1) == 1;
+    return read && last != '\n' ? status.st_size : 0;
+}
+
+/// The last line has no end: a full disk cut off the last entry of an earlier run. An entry that another
+/// process is writing just now looks the same, but the file has grown once that is done; a write of nothing
+/// waits for its turn among the file's writers.
+bool endsInsideLine(int file)
+{
+    off_t size = sizeInsideLine(file);
+    for (int looks = 0; size != 0 && looks < MAX_LOOKS_AT_END; ++looks) {
+        if (::write(file, "", 0) != 0)
+            return true;
+        const off_t before = std::exchange(size, sizeInsideLine(file));
+        if (size == before)
+            return true;
+    }
+    return false;
 }
 
 bool isRegular(int directory, const char* name)

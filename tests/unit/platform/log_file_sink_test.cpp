@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -13,6 +14,7 @@
 #include <spdlog/details/log_msg.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -149,6 +151,29 @@ TEST_F(LogFileSinkTest, EntryCutOffInAnEarlierRunDoesNotRunIntoTheNext)
     log(FIRST_DAY + 24h, "three\n");
     EXPECT_EQ(text("20261120"), "one\ncut o\ntwo\n");
     EXPECT_EQ(text("20261121"), "one\ncut o\nthree\n");
+}
+
+TEST_F(LogFileSinkTest, EntryThatAnotherProcessIsWritingIsNotCutOff)
+{
+    // So long that most looks at the file's end fall into the middle of one.
+    const std::string longEntry = std::string(8 << 20, 'x') + '\n';
+    std::atomic<bool> ended{false};
+    std::thread writer([&] {
+        const int file =
+            ::open(directory.file("prog.20261120.log").c_str(), O_WRONLY | O_APPEND | O_CREAT, 0644);
+        for (int entries = 0; entries < 10; ++entries)
+            EXPECT_EQ(::write(file, longEntry.data(), longEntry.size()),
+                      static_cast<ssize_t>(longEntry.size()));
+        ::close(file);
+        ended = true;
+    });
+    while (!ended) {
+        tq::LogFileSink other{directory.path(), "prog", 0644};
+        ASSERT_NE(other.open(FIRST_DAY), -1);
+        other.log({FIRST_DAY, {}, "", spdlog::level::info, "short\n"});
+    }
+    writer.join();
+    EXPECT_EQ(text("20261120").find("\n\n"), std::string::npos);
 }
 
 TEST_F(LogFileSinkTest, TakesNoPattern)
