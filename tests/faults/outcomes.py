@@ -46,6 +46,7 @@ def assert_update_failed(wire, result, status):
     """All attempts were made, with their waits, and the status stays behind for others to read."""
     assert (result.status, result.err) == (exit_status(status), failed_with(status))
     assert result.injected_waits(WAIT_SECONDS) == ATTEMPTS - 1
+    assert result.trace.count("nanosleep(") == ATTEMPTS - 1, "other waits than those between attempts"
     assert wire.box.status_file().read_text() == f"{status}\n"
     assert not wire.box.cache_file().exists()
 

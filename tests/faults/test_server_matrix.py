@@ -17,6 +17,7 @@ from outcomes import (
     cases,
     check,
 )
+from test_connections import OTHER_OPERATIONS
 
 IN_TIME = "the server did not answer in time"
 ENDLESS = NotCarriedOut(7620, IN_TIME)
@@ -114,6 +115,49 @@ FAULTS = (*REPLIES, *redirects(), *error_statuses(), *retries())
 @pytest.mark.parametrize("fault, operation", cases(FAULTS))
 def test_replies_that_go_wrong(wire, fault, operation):
     check(wire, fault, operation)
+
+
+DONE = None
+ERROR = bad_modes.ERROR_JSON.decode()
+REFUSED_503, REFUSED_401 = Answered(503, ERROR), Answered(401, ERROR)
+
+# Operation, row, mode and outcome. A deletion and a reload ask for a status and for no text.
+WHAT_OTHER_OPERATIONS_MEET = (
+    ("delete", "B10", "status-204-with-body", DONE),
+    ("delete", "B10", "type-html", DONE),
+    ("delete", "B10", "text-not-utf-8", DONE),
+    ("delete", "B10", "status-201", Answered(201)),
+    ("delete", "B10", "status-304", Answered(304)),
+    ("reload-host", "B10", "text-cut", DONE),
+    ("reload-host", "B10", "status-204", Answered(204)),
+    ("reload-security", "B10", "text-empty", DONE),
+    ("delete", "B9", "redirect-307-host", Answered(307)),
+    ("reload-host", "B9", "redirect-302-itself", Answered(302)),
+    *((name, "B11", "status-503-json", REFUSED_503) for name in OTHER_OPERATIONS),
+    *((name, "B11", "status-401-json", REFUSED_401) for name in OTHER_OPERATIONS),
+)
+
+
+def other_operations():
+    for name, row, mode, outcome in WHAT_OTHER_OPERATIONS_MEET:
+        marks = [pytest.mark.row(row)] + ([] if name == "delete" else [pytest.mark.full])
+        yield pytest.param(name, mode, outcome, marks=marks, id=f"{mode}-{name}")
+
+
+@pytest.mark.parametrize("name, mode, outcome", other_operations())
+def test_answers_to_operations_that_make_one_attempt(wire, name, mode, outcome):
+    wire.use(mode)
+    contract = wire.contract()
+    result = wire.box.command(*OTHER_OPERATIONS[name])
+    if outcome is DONE:
+        assert (result.status, result.out, result.err) == (0, "", "")
+    else:
+        outcome.check_read(wire, result)
+    method = "DELETE" if name == "delete" else "GET"
+    expected = [method, "POST", method] if outcome is REFUSED_401 else [method]
+    assert [method for method, _ in wire.requests()] == expected
+    assert len({entry["mode"] for entry in wire.seen("connection")}) == 1
+    contract.check(result)
 
 
 def hostile_texts():

@@ -200,13 +200,15 @@ def test_an_own_certificate_that_is_no_good(wire, change, cause, operation):
 
 
 @pytest.mark.row("A11")
-def test_a_key_that_may_not_be_read_is_named(wire):
-    identity = wire.box.identities()[0]
-    (wire.box.var("identity") / identity["privateKey"]).chmod(0)
+@pytest.mark.parametrize("which, words", [("certificate", "certificate"), ("privateKey", "key")])
+def test_a_file_of_the_identity_that_may_not_be_read_is_named(wire, which, words):
+    (wire.box.var("identity") / wire.box.identities()[0][which]).chmod(0)
+    contract = wire.contract()
     result = wire.read(capabilities=False)
     assert (result.status, result.err) == (252, failed_with(7622))
-    cause = r"this host's key /usr/torqv/var/identity/\S+ cannot be read: Permission denied"
+    cause = rf"this host's {words} /usr/torqv/var/identity/\S+ cannot be read: Permission denied"
     assert_failures(wire, "GET torquenix/config/hosts/1", cause, 7622)
+    contract.check(result)
 
 
 def many_authorities(wire, number):

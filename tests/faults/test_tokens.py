@@ -66,7 +66,7 @@ def test_no_answer_of_a_server_removes_a_token(wire, mode):
 
 
 @pytest.mark.row("D7")
-def test_each_server_sees_the_certificate_and_the_identifier_that_belong_to_it(wire):
+def test_each_server_sees_the_certificate_the_identifier_and_the_token_that_belong_to_it(wire):
     servers = {MASTER: "good", FIVE_MASTERS[1]: "good-too"}
     wire.give_identities(servers)
     wire.point(**{server: bad_modes.address_of(mode) for server, mode in servers.items()})
@@ -78,4 +78,5 @@ def test_each_server_sees_the_certificate_and_the_identifier_that_belong_to_it(w
         assert [entry["method"] for entry in seen] == ["PUT", "POST"]
         assert [entry["client"] for entry in seen] == [[identity["hostName"]]] * 2
         assert seen[0]["path"].endswith(identity["hostId"])
+        assert seen[0]["authorization"] == f"Bearer {wire.token_for(identity['server'])}"
     contract.check(result)

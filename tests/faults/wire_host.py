@@ -112,17 +112,22 @@ class WireHost:
     def token_name(server=MASTER):
         return f"token.host.{server}"
 
-    def plant_token(self, server=MASTER):
+    def plant_token(self, server=MASTER, token=PLANTED_TOKEN):
         """A token that has not expired. The real master server does not know it: there it is renewed."""
         file = self.box.var("identity") / self.token_name(server)
-        file.write_text(json.dumps({"token": PLANTED_TOKEN, "expiresAt": FAR_FUTURE}))
+        file.write_text(json.dumps({"token": token, "expiresAt": FAR_FUTURE}))
         file.chmod(0o600)
+
+    @staticmethod
+    def token_for(server):
+        """The token that give_identities() plants."""
+        return f"{PLANTED_TOKEN}-for-{server}"
 
     def drop_token(self):
         (self.box.var("identity") / self.token_name()).unlink()
 
     def give_identities(self, servers):
-        """An identity towards each of some servers, each with a certificate and an identifier of its own."""
+        """An identity towards each of some servers, each with a certificate, an identifier and a token of its own."""
         folder = self.box.var("identity")
         store = self.box.identity_store()
         (first,) = store["identities"]
@@ -135,7 +140,7 @@ class WireHost:
             identity = {"server": server, "hostName": host, "certificate": certificate}
             identity["hostId"] = f"{number:08}-0000-4000-8000-000000000000"
             store["identities"].append(first | identity)
-            self.plant_token(server)
+            self.plant_token(server, self.token_for(server))
         (folder / "identity.json").write_text(json.dumps(store))
 
     def stored_token(self):
