@@ -1,14 +1,18 @@
 """Configuration, release files, names and kernel files that say what they should not: text is text,
 never run, and a damaged source costs its own fact alone."""
 
+import contextlib
 import json
 import os
+import sqlite3
 
 import pytest
 
 from contract import Contract
 from local_info import cases, describe, errors_but_the_clusters
-from sandbox import BIN_DIR
+from sandbox import BIN_DIR, HOST_ID
+from servers import ScriptedServer
+from test_tool_limits import TIME_LIMIT, with_short_limits
 
 MASTER1 = "master1.example"
 COMMAND = f"{BIN_DIR}/tqhostdbcmd"
@@ -130,6 +134,67 @@ def test_a_server_name_that_could_not_be_a_file_is_left_out(enrolled, name):
     assert result.status == 0
     assert json.loads(result.out)["servers"] == [MASTER1]
     assert any("kx.conf" in text for text in enrolled.log_texts(16))
+
+
+# A server that enrols hosts under names of its own choice
+
+REPLIES = {
+    "path-for-identifier": ({"hostId": "../../../../etc/x"}, '"hostId" is not a UUID'),
+    "no-plain-identifier": ({"hostId": HOST_ID + "/../x"}, '"hostId" is not a UUID'),
+    "identifier-with-nul": ({"hostId": HOST_ID + "\0x"}, "it is not a JSON object"),
+    "certificate-of-another": ({"hostId": HOST_ID}, "its certificate is for another key"),
+}
+
+
+def assert_refused_enrolment(box, result, fault, before):
+    """It says why on one line, and no file has come but the log and the lock of the identity store."""
+    assert (result.status, result.out) == (8, "")
+    spent = "the invitation is spent, so ask for a new one"
+    assert result.err == f"tqenroll: the answer of server {MASTER1} cannot be used: {fault}; {spent}.\n"
+    assert files_but_log_and_lock(box) == before
+
+
+def files_but_log_and_lock(box):
+    left_out = (".log", ".lock")
+    return sorted(file for file in box.torqv.rglob("*") if file.is_file() and file.suffix not in left_out)
+
+
+@pytest.mark.row("H6")
+@pytest.mark.parametrize("reply", cases(REPLIES, quick=("path-for-identifier",)))
+def test_an_enrolment_reply_with_a_hostile_identifier_makes_no_file(box, master, reply):
+    fields, fault = reply
+    invitation = master.invite(box.host_name)
+    authority = (master.data_outside / "authority.pem").read_text()
+    authority = authority[authority.index("-----BEGIN CERTIFICATE") :]
+    body = json.dumps({"certificate": authority, "caCertificates": authority, "trustVersion": "1"} | fields)
+    master.stop()
+    before = files_but_log_and_lock(box)
+    rule = {"path": "enrollments$", "answer": {"status": 201, "body": body}}
+    with ScriptedServer(box, master, [rule]):
+        result = box.enrol(master, invitation.text, invitation.fingerprint)
+    assert_refused_enrolment(box, result, fault, before)
+
+
+SIGNED_NAMES = {
+    "path": ("x/../../../tmp/x", "it holds a slash"),
+    "hidden": (".x", "it begins with a dot"),
+    "escape": ("a\x1b[2Jb", "it holds a control character"),
+    "lock": ("daemon", "it is the name of the daemon's lock"),
+    "blank": ("a b", "it holds white space"),
+}
+
+
+@pytest.mark.row("H6")
+@pytest.mark.parametrize("name", cases(SIGNED_NAMES, quick=("path",)))
+def test_a_certificate_with_a_hostile_host_name_makes_no_file(box, master, name):
+    """The real server signs it: somebody wrote the name into its database."""
+    text, fault = name
+    invitation = master.invite(box.host_name)
+    with contextlib.closing(sqlite3.connect(master.data_outside / "hosts.db")) as database, database:
+        database.execute("UPDATE invitation SET host_name = ?", (text,))
+    before = files_but_log_and_lock(box)
+    result = box.enrol(master, invitation.text, invitation.fingerprint)
+    assert_refused_enrolment(box, result, f"its certificate has a host name that cannot be used: {fault}", before)
 
 
 # Hotfixes
@@ -380,6 +445,41 @@ def test_hostile_names_of_devices_users_and_processes_are_text(identified):
     contract.check(result)
 
 
+# Renames the loopback interface of a network of its own, brings it up and goes on as another program.
+RENAMED_INTERFACE = """
+import fcntl, os, socket, struct, sys
+name = sys.argv[1].encode()
+with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as any_socket:
+    fcntl.ioctl(any_socket, 0x8923, struct.pack("16s16s8x", b"lo", name))  # SIOCSIFNAME
+    fcntl.ioctl(any_socket, 0x8914, struct.pack("16sh22x", name, 1))  # SIOCSIFFLAGS, IFF_UP
+assert name in [entry[1].encode() for entry in socket.if_nameindex()]
+os.execv(sys.argv[2], sys.argv[2:])
+"""
+
+
+@pytest.mark.row("H5")
+@pytest.mark.full
+def test_hostile_names_of_mounts_disks_and_interfaces_are_text(identified):
+    hostile = f"{COMMANDS_IN_TEXT}\n\"' \\040 rw 0 0\n"
+
+    def add(box):
+        partitions = box.work / "partitions"
+        partitions.write_text(f"major minor  #blocks  name\n\n   8        0    1 {hostile}\n")
+        box.extra_arguments += ["--tmpfs", f"/mnt/{hostile}", "--dir", f"/sys/block/{hostile}"]
+        box.extra_arguments += ["--ro-bind", str(partitions), "/proc/partitions"]
+
+    box = identified("debian12", before_start=add)
+    contract = Contract(box)
+    # A name of an interface holds neither blanks nor slashes, and no more than 15 bytes.
+    argv = ["unshare", "--net", "/usr/bin/python3", "-I", "-c", RENAMED_INTERFACE, "`id`;$(id)\"'*"]
+    result = box.run([*argv, COMMAND, "-localinfo"])
+    assert (result.status, result.err) == (0, "")
+    assert json.loads(result.out) == box.expected_record()
+    assert "touch" in box.run(["cat", "/proc/mounts"]).out
+    assert_nothing_executed(box)
+    contract.check(result)
+
+
 @pytest.mark.row("H5")
 @pytest.mark.parametrize(
     "resource",
@@ -469,3 +569,19 @@ def test_without_sys_the_record_comes_about(identified):
     box = identified("debian12", before_start=lambda box: box.extra_arguments.extend(["--tmpfs", "/sys"]))
     record = describe(box)
     assert record | {"hwDescription": ""} == box.expected_record() | {"hwDescription": ""}
+
+
+@pytest.mark.row("H8")
+@pytest.mark.full
+def test_hidden_processes_of_others_hide_neither_facts_nor_the_own_tools(identified):
+    """A tool that hangs is found below the command and ended, though /proc shows the own processes alone."""
+    box = identified("debian12", before_start=with_short_limits)
+    contract = Contract(box)
+    assert box.run(["mount", "-o", "remount,hidepid=2", "/proc"]).status == 0
+    ordinary = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"]
+    assert box.run([*ordinary, "test", "-e", "/proc/1/stat"]).status == 1, "nothing is hidden"
+    assert describe(box, capabilities=False) == box.expected_record()  # which lets it look at its own alone
+    box.put_tool(box.local_sbin, "lspci", "setsid sleep 600 & sleep 600")
+    assert describe(box, capabilities=False) == box.expected_record()
+    assert f"{TIME_LIMIT}/usr/local/sbin/lspci " in box.log_texts(16)
+    contract.check()
