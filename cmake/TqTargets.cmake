@@ -36,13 +36,18 @@ function(tq_add_library target)
     target_link_libraries(${target} PUBLIC tq_compile_options ${ARG_PUBLIC} PRIVATE ${ARG_PRIVATE})
 endfunction()
 
-# tq_add_unit_test(<target> SOURCES ... LIBRARIES ...)
+# tq_add_unit_test(<target> SOURCES ... LIBRARIES ... [NO_KEPT_BLOCKS])
 # One test program of one folder. It runs in a sandbox of its own, where /usr/torqv is empty and writable.
+# NO_KEPT_BLOCKS: nothing in it needs tests/lsan.supp, so a sanitized build need not unwind the slow way, which
+# takes a program full of TLS ten times as long.
 function(tq_add_unit_test target)
-    cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES" ${ARGN})
+    cmake_parse_arguments(ARG "NO_KEPT_BLOCKS" "" "SOURCES;LIBRARIES" ${ARGN})
     add_executable(${target} ${ARG_SOURCES})
     target_link_libraries(${target} PRIVATE tq_compile_options ${ARG_LIBRARIES} GTest::gmock GTest::gtest_main)
     target_compile_definitions(${target} PRIVATE TQ_SOURCE_DIR="${CMAKE_SOURCE_DIR}")
     add_test(NAME ${target} COMMAND ${CMAKE_SOURCE_DIR}/tests/unit/in-sandbox $<TARGET_FILE:${target}>)
     set_tests_properties(${target} PROPERTIES TIMEOUT 1200)
+    if(ARG_NO_KEPT_BLOCKS)
+        set_tests_properties(${target} PROPERTIES ENVIRONMENT ASAN_OPTIONS=fast_unwind_on_malloc=1)
+    endif()
 endfunction()

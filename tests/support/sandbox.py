@@ -254,13 +254,18 @@ class Sandbox:
 
     # Processes
 
-    def environment(self, traced=False):
-        """The environment of a run: nothing but what the sanitizers read."""
+    def environment(self, traced=False, program="tqhostdbcmd"):
+        """The environment of a run: nothing but what the sanitizers read.
+
+        The command keeps a few blocks on purpose, which tests/lsan.supp names by functions that only the slow
+        way of unwinding sees. It costs ten times the run, so nobody else goes it.
+        """
         leaks = "" if not traced else ":detect_leaks=0"
+        fast = int(traced or program in ("tqmasterd", "tqenroll"))
         return {
             "PATH": "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin",
             "LANG": "C",
-            "ASAN_OPTIONS": f"log_path=/shared/reports/address:fast_unwind_on_malloc=0{leaks}",
+            "ASAN_OPTIONS": f"log_path=/shared/reports/address:fast_unwind_on_malloc={fast}{leaks}",
             "LSAN_OPTIONS": "suppressions=/shared/lsan.supp:print_suppressions=0",
             "UBSAN_OPTIONS": "log_path=/shared/reports/undefined:print_stacktrace=1",
         }
@@ -268,12 +273,13 @@ class Sandbox:
     def start_process(self, argv, env=None, stdin=None, traced=False, stdout=None, stderr=None, **options):
         """Starts a program and returns at once. `stdout` and `stderr` name files inside to write to."""
         self._count += 1
-        name = f"{self._count:02}.{pathlib.PurePath(argv[0] or 'no-name').name}"
+        program = pathlib.PurePath(argv[0] or "no-name").name
+        name = f"{self._count:02}.{program}"
         out_file = self.shared / "output" / f"{name}.out"
         err_file = self.shared / "output" / f"{name}.err"
         out_file.touch()
         err_file.touch()
-        environment = self.environment(traced) | (env or {})
+        environment = self.environment(traced, program) | (env or {})
         reply = self.ask(
             operation="start",
             argv=list(argv),
