@@ -14,6 +14,7 @@ from contract import Contract
 from master_client import HOSTS, TOKENS, MasterClient, compose, make_request, openssl
 
 DAY = 86400
+REFUSAL_CODE = 7403  # of the server's error bodies
 REFUSED = None  # in the handshake
 
 
@@ -265,10 +266,11 @@ def test_a_host_cannot_claim_the_record_of_another(enrolled, master):
     enrolled.change_identity(0, hostId=own, certificate=other["certificate"], privateKey=other["privateKey"])
     next(enrolled.var("identity").glob("token.host.*")).unlink()
     before = enrolled.command("-readallhosts", "-display").out
-    assert enrolled.command("-delete").status != 0
-    assert enrolled.update_without_waiting("-force").status != 0
+    for refused in (enrolled.command("-delete"), enrolled.update_without_waiting("-force")):
+        assert refused.status == 252
     assert enrolled.command("-readallhosts", "-display").out == before
-    assert any("HTTP status = 403" in text for text in enrolled.log_texts(2))
+    assert any(text.startswith("HTTP status = 403") for text in enrolled.log_texts(2))
+    assert enrolled.status_file().read_text() == f"{REFUSAL_CODE}\n"
 
 
 @pytest.mark.row("D5")
@@ -278,11 +280,16 @@ def test_a_revocation_ends_the_identity_and_its_record(enrolled, master):
     contract = Contract(enrolled)
     master.revoke(enrolled.host_name)
     refused = enrolled.command("-readallhosts", "-display")
-    assert refused.status != 0
+    assert json.loads(refused.err)["errorCode"] == REFUSAL_CODE
+    assert any(text.startswith("HTTP status = 403") for text in enrolled.log_texts(2))
     without_token = next(enrolled.var("identity").glob("token.host.*"))
     contract.check(refused)
     without_token.unlink()
-    contract.check(enrolled.command("-readallhosts", "-display"))
+    asked = enrolled.command("-readallhosts", "-display")
+    assert (asked.status, asked.err) == (252, "Requested operation failed with error: 7625\n")
+    (cause,) = [text for text in enrolled.log_texts(16) if text.startswith("Asking for an access token failed")]
+    assert "server master1.example" in cause and "HTTP status 403" in cause
+    contract.check(asked)
     assert not without_token.exists()
     invitation = master.invite(enrolled.host_name)
     assert enrolled.enrol(master, invitation.text, invitation.fingerprint).status == 0
@@ -298,6 +305,7 @@ def test_a_deleted_host_comes_back_with_its_next_forced_or_changed_update(enroll
         assert enrolled.command("-delete").status == 0
         assert client.stored(watcher) == []
         assert enrolled.command("-update").status == 0
+        assert client.stored(watcher) == []  # the cache knows nothing of a deletion
         change()
         assert enrolled.command("-update", *arguments).status == 0
         assert [host["hostName"] for host in client.stored(watcher)] == [enrolled.host_name]

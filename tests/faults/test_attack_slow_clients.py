@@ -98,9 +98,11 @@ def kept_busy(connections, step):
 
     worker = threading.Thread(target=work)
     worker.start()
-    yield
-    ended.set()
-    worker.join()
+    try:
+        yield
+    finally:
+        ended.set()
+        worker.join()
 
 
 def fill_with_a_fleet(master):
