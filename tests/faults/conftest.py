@@ -3,6 +3,7 @@
     @pytest.mark.row("B3")   the row of rows.py that a case belongs to; required
     @pytest.mark.full        only in a full run, not in the quick share
     @pytest.mark.unsanitized only on builds without sanitizers, whose own allocator or slowness is in the way
+    @pytest.mark.process_group only where the tests may make control groups that limit processes
 
 Marks may stand on a test, or on a parameter set of it.
 """
@@ -14,6 +15,7 @@ import pytest
 
 from attacked_server import AttackedServer
 from fault_table import FaultTable
+from process_group import may_make_groups
 from servers import Master
 from wire_host import WireHost
 from sweep_bench import Bench
@@ -25,6 +27,7 @@ def pytest_configure(config):
     config.addinivalue_line("markers", "row(id): the row of the table of faults that a case belongs to")
     config.addinivalue_line("markers", "full: only in a full run of the faults")
     config.addinivalue_line("markers", "unsanitized: only on builds without sanitizers")
+    config.addinivalue_line("markers", "process_group: only where control groups of processes can be made")
     target = config.getoption("--fault-table")
     if target is not None and not hasattr(config, "workerinput"):
         config.pluginmanager.register(FaultTable(pathlib.Path(target)))
@@ -44,6 +47,7 @@ def pytest_collection_modifyitems(config, items):
         for item in own
         if (quick and item.get_closest_marker("full"))
         or (item.get_closest_marker("unsanitized") and is_sanitized(item.callspec.params["build"]))
+        or (item.get_closest_marker("process_group") and not may_make_groups())
     }
     items[:] = [item for item in items if item not in left_out]
     config.hook.pytest_deselected(items=list(left_out))

@@ -138,13 +138,18 @@ def test_a_damaged_token_file_is_replaced_by_a_new_token(enrolled, content):
     assert enrolled.command("-update").status == 0
     (token,) = enrolled.var("identity").glob("token.host.*")
     token.write_bytes(content)
+    enrolled.forget_log()
     assert enrolled.command("-readallhosts").status == 0
     assert json.loads(token.read_text())["token"]
+    damaged = f"Token file /usr/torqv/var/identity/{token.name} is damaged and counts as absent"
+    assert enrolled.log_texts(8).count(damaged) == 1
 
 
 @pytest.mark.row("E5")
 @pytest.mark.parametrize(
-    "make", [make_link, *(pytest.param(make, marks=pytest.mark.full) for make in (make_fifo, make_device))]
+    "make",
+    [make_link]
+    + [pytest.param(make, marks=pytest.mark.full) for make in (make_dangling_link, make_fifo, make_device)],
 )
 def test_a_token_file_that_is_no_file_is_replaced_and_what_it_leads_to_is_not(enrolled, elsewhere, make):
     assert enrolled.command("-update").status == 0

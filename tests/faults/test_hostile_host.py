@@ -194,7 +194,8 @@ def test_a_certificate_with_a_hostile_host_name_makes_no_file(box, master, name)
         database.execute("UPDATE invitation SET host_name = ?", (text,))
     before = files_but_log_and_lock(box)
     result = box.enrol(master, invitation.text, invitation.fingerprint)
-    assert_refused_enrolment(box, result, f"its certificate has a host name that cannot be used: {fault}", before)
+    unusable = f"its certificate has a host name that cannot be used: {fault}"
+    assert_refused_enrolment(box, result, unusable, before)
 
 
 # Hotfixes

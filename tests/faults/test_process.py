@@ -11,6 +11,7 @@ import pytest
 
 from contract import Contract, identity_files
 from local_info import cases
+from process_group import process_group
 from sandbox import BIN_DIR
 
 COMMAND = f"{BIN_DIR}/tqhostdbcmd"
@@ -104,6 +105,27 @@ def test_without_processes_for_its_tools_the_facts_are_missed(enrolled, processe
     contract.check_healed()
 
 
+@pytest.mark.row("F2")
+@pytest.mark.full
+@pytest.mark.process_group
+@pytest.mark.parametrize("processes, allowed", [(1, {25}), (2, {0, 25}), (3, {0, 25}), (64, {0})])
+def test_a_group_with_a_limit_on_processes_keeps_the_files_whole(enrolled, processes, allowed):
+    """The kernel refuses root, too, in a control group that has a limit; threads count."""
+    with process_group(processes) as group:
+        enrolled.restart("--bind", str(group), "/tmp/group")
+        enrolled.masters["master1.example"].serve()
+        contract = Contract(enrolled)
+        join = 'echo 0 >/tmp/group/cgroup.procs && exec "$@"'
+        argv = [*WITHOUT_WAITING, "sh", "-c", join, "join", COMMAND, "-update"]
+        result = enrolled.run(argv, env=NO_LEAK_CHECK)
+        refused = int((group / "pids.events").read_text().split()[1])
+    assert (refused > 0) == (processes < 64), "the limit was not met as meant"
+    assert result.status in allowed, result.err
+    assert result.status == 0 or any("master1.example" in text for text in enrolled.log_texts(16))
+    contract.check(result)
+    contract.check_healed()
+
+
 # Standard streams
 
 
@@ -183,13 +205,13 @@ def test_an_ignored_child_signal_does_not_hide_the_tools_results(enrolled):
 # Clocks
 
 
-def run_at(box, when, *arguments, **options):
+def run_at(box, when, *arguments, **variables):
     """Runs the command while its clock shows another time. That stands in a file: nothing of the environment
     reaches what the command does, and the tools keep the real clock."""
     (box.shared / "clock").write_text(f"{when}\n")
     environment = {"LD_PRELOAD": FAKETIME, "FAKETIME_DONT_FAKE_MONOTONIC": "1", "FAKETIME_NO_CACHE": "1"}
     environment["ASAN_OPTIONS"] = box.environment()["ASAN_OPTIONS"] + ":verify_asan_link_order=0"
-    return box.command(*arguments, env=environment, **options)
+    return box.command(*arguments, env=environment | variables)
 
 
 @pytest.fixture
@@ -241,6 +263,31 @@ def test_a_clock_that_jumps_while_a_tool_runs_changes_no_limit(clocked):
     assert [text for text in clocked.log_texts(16) if "ended after" in text] == []
     today = datetime.date.today().strftime("%Y")
     assert {file.name.split(".")[1][:4] for file in clocked.log_files()} >= {"1980", today}
+    contract.check(result)
+
+
+# The last second before clocks change in Berlin, and what they show then and a second later.
+CHANGES_OF_CLOCKS = {
+    "an-hour-is-left-out": ("@1774745999", "01:59", "03:00"),
+    "an-hour-comes-twice": ("@1792889999", "02:59", "02:00"),
+}
+
+
+@pytest.mark.row("F6")
+@pytest.mark.full
+@pytest.mark.parametrize("change", cases(CHANGES_OF_CLOCKS, quick=()))
+def test_a_change_to_or_from_summer_time_changes_no_limit(clocked, change):
+    when, before, after = change
+    clocked.put_tool(clocked.local_sbin, "lspci", "sleep 1.5")
+    contract = Contract(clocked)
+    plain = clocked.command("-localinfo").out
+    clocked.forget_log()
+    result = run_at(clocked, when, "-localinfo", TZ="Europe/Berlin", FAKETIME_FMT="%s")
+    assert (result.status, result.out, result.err) == (0, plain, "")
+    assert [text for text in clocked.log_texts(16) if "ended after" in text] == []
+    (log,) = clocked.log_files()
+    shown = [line[11:16] for line in log.read_text().splitlines()]
+    assert (shown[0], shown[-1]) == (before, after)
     contract.check(result)
 
 
