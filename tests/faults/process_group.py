@@ -8,7 +8,7 @@ HIERARCHY = pathlib.Path("/sys/fs/cgroup/pids")
 
 
 def own_group():
-    """The tests' own group in the hierarchy of processes, as a folder; None where there is no such hierarchy."""
+    """The folder of the tests' own group of processes; None where groups are not limited this way."""
     for line in pathlib.Path("/proc/self/cgroup").read_text().splitlines():
         _, controllers, path = line.split(":", 2)
         if controllers == "pids":

@@ -31,6 +31,10 @@ def failing(call, error):
     return point | ({"children": True} if name == TOOL_CANNOT_RUN else {})
 
 
+# What makes a file or lets it grow; a quota refuses that and nothing else.
+REFUSED_BY_A_QUOTA = ("openat", "write", "mkdir", "rename", "fsync")
+
+
 def is_crash(result):
     return result.get("status", 0) < 0
 
@@ -80,3 +84,11 @@ def test_some_calls_fail(bench, scenario, figure):
 def test_a_call_fails(bench, scenario, name, figure):
     calls = calls_of(bench, scenario, name)
     sweep(bench, scenario, [failing(call, error) for call in calls for error in ERRORS], figure)
+
+
+@pytest.mark.full
+@pytest.mark.row("E1")
+@pytest.mark.parametrize("scenario", SCENARIOS)
+def test_a_quota_is_used_up(bench, scenario, figure):
+    calls = [call for name in REFUSED_BY_A_QUOTA for call in calls_of(bench, scenario, name)]
+    sweep(bench, scenario, [failing(call, "EDQUOT") for call in calls], figure)
