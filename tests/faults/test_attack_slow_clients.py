@@ -13,6 +13,9 @@ from attacked_server import GOOD_CLIENT_SECONDS, AttackedServer
 from master_client import HOSTS, compose
 
 CONNECTIONS = 200
+MOST_CONNECTIONS = 512  # that the server serves at once; others wait until it lets go of a silent one
+OTHER_THREADS = 4
+MORE_THAN_IT_BEARS = 600
 
 # A list that is far more than what fits between a server and a client that does not read.
 FLEET_HOSTS = 1200
@@ -136,6 +139,18 @@ def test_two_hundred_slow_clients_keep_nobody_waiting(fleet, manner, figure):
     assert seconds < GOOD_CLIENT_SECONDS
     assert fleet.peak_memory_mib() < MEMORY_MIB
     figure("slow connections", CONNECTIONS)
+
+
+@pytest.mark.row("S1")
+@pytest.mark.full
+def test_more_clients_than_the_server_bears_at_once_wait_for_those_who_say_nothing(fleet, figure):
+    with contextlib.ExitStack() as stack:
+        for _ in range(MORE_THAN_IT_BEARS):
+            stack.enter_context(before_tls(fleet))
+        assert fleet.client.put(fleet.b, osType="before").status == 200  # within the client's own limit
+        assert MOST_CONNECTIONS <= fleet.threads() <= MOST_CONNECTIONS + OTHER_THREADS
+    assert fleet.seconds_of_a_good_client() < GOOD_CLIENT_SECONDS
+    figure("slow connections", MORE_THAN_IT_BEARS)
 
 
 def seconds_until_closed(connection, step, longest):
