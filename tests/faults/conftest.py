@@ -4,6 +4,7 @@
     @pytest.mark.full        only in a full run, not in the quick share
     @pytest.mark.unsanitized only on builds without sanitizers, whose own allocator or slowness is in the way
     @pytest.mark.process_group only where the tests may make control groups that limit processes
+    @pytest.mark.core_files  only where the kernel puts core files into the folder of the process
 
 Marks may stand on a test, or on a parameter set of it.
 """
@@ -28,6 +29,7 @@ def pytest_configure(config):
     config.addinivalue_line("markers", "full: only in a full run of the faults")
     config.addinivalue_line("markers", "unsanitized: only on builds without sanitizers")
     config.addinivalue_line("markers", "process_group: only where control groups of processes can be made")
+    config.addinivalue_line("markers", "core_files: only where core files go into the current folder")
     target = config.getoption("--fault-table")
     if target is not None and not hasattr(config, "workerinput"):
         config.pluginmanager.register(FaultTable(pathlib.Path(target)))
@@ -46,8 +48,7 @@ def pytest_collection_modifyitems(config, items):
         item
         for item in own
         if (quick and item.get_closest_marker("full"))
-        or (item.get_closest_marker("unsanitized") and is_sanitized(item.callspec.params["build"]))
-        or (item.get_closest_marker("process_group") and not may_make_groups())
+        or any(item.get_closest_marker(mark) and not can(item) for mark, can in CONDITIONS.items())
     }
     items[:] = [item for item in items if item not in left_out]
     config.hook.pytest_deselected(items=list(left_out))
@@ -55,6 +56,19 @@ def pytest_collection_modifyitems(config, items):
 
 def is_sanitized(build):
     return "TQ_SANITIZE:BOOL=ON" in (build / "CMakeCache.txt").read_text(errors="replace")
+
+
+def leaves_core_files(_item):
+    pattern = pathlib.Path("/proc/sys/kernel/core_pattern").read_text()
+    return pattern.startswith("core")
+
+
+# Cases that hold only under a condition of the build or of the machine.
+CONDITIONS = {
+    "unsanitized": lambda item: not is_sanitized(item.callspec.params["build"]),
+    "process_group": lambda item: may_make_groups(),
+    "core_files": leaves_core_files,
+}
 
 
 @pytest.fixture

@@ -8,8 +8,10 @@ import pytest
 
 from local_info import cases
 from sandbox import BIN_DIR
+from servers import ScriptedServer
 
 COMMAND = f"{BIN_DIR}/tqhostdbcmd"
+WITHOUT_RIGHTS = ["setpriv", "--bounding-set=-all", "--inh-caps=-all"]
 PLANTED = "PLANTEDTOKEN0123456789abcdefghijklmnopqrstuvwxyz"
 RENEWED = "RENEWEDTOKEN0123456789abcdefghijklmnopqrstuvwxyz"
 
@@ -28,10 +30,12 @@ def key_lines(box):
 
 
 def write_down_surroundings(box):
-    """Makes tools of every way write down their environment and the arguments of every process."""
+    """Makes tools of every way write down their environment, the arguments of every process, and the temporary
+    files that there are now."""
     body = (
         "cat /proc/[0-9]*/environ >>/shared/output/environments 2>/dev/null\n"
         "cat /proc/[0-9]*/cmdline >>/shared/output/arguments 2>/dev/null\n"
+        "tail -n +1 /usr/torqv/torquenix/SystemCmd* >>/shared/output/temporaries 2>/dev/null\n"
     )
     for tool in ("dmidecode", "uname", "lspci"):
         sound = (box.local_sbin / tool).read_text().split("\n", 1)[1]
@@ -84,6 +88,7 @@ def test_no_secret_of_an_update_leaves_the_identity_store(enrolled, scripted, ru
     # The search finds what is there.
     assert COMMAND.encode() in seen["shared/output/arguments"]
     assert b"PATH=/usr/local/sbin" in seen["shared/output/environments"]
+    assert b"/usr/torqv/torquenix/SystemCmd" in seen["shared/output/temporaries"]
     (enrolled.shared / "output" / "planted").write_text(f"x{PLANTED}x")
     assert hits(places(enrolled), [PLANTED]) == ["shared/output/planted"]
 
@@ -103,15 +108,61 @@ def test_an_invitation_stands_in_no_file_and_in_no_output(box, master):
 
 
 @pytest.mark.row("D8")
-def test_a_crash_leaves_no_core_file_with_a_token(enrolled, scripted):
+def test_an_invitation_is_blotted_out_in_the_arguments_of_the_process(box, master):
+    """Whoever lists processes while the server is asked sees that there was one, and no more."""
+    good = master.invite(box.host_name)
+    master.stop()
+    silence = {"path": "enrollments$", "answer": {"behaviour": "silence"}}
+    with ScriptedServer(box, master, [silence]) as server:
+        words = ["--server", master.name, "--invitation", good.text, "--fingerprint", good.fingerprint]
+        run = box.start_process([f"{BIN_DIR}/tqenroll", *words])
+        wait_for(server.seen)
+        arguments = box.processes()[run.pid]
+        run.signal(signal.SIGTERM)
+        ended = run.wait(20)
+    assert arguments.split() == [f"{BIN_DIR}/tqenroll", *words[:3], "x" * len(good.text), *words[4:]]
+    assert hits({"output": (ended.out + ended.err).encode()}, [good.text]) == []
+
+
+def wait_for(condition):
+    deadline = time.monotonic() + 20
+    while not condition():
+        assert time.monotonic() < deadline, "it never came"
+        time.sleep(0.01)
+
+
+@pytest.fixture
+def updating(enrolled, scripted):
+    """A run that holds a token while it waits for its server, and may not do more than its user: updating(...)
+    takes what stands before the command."""
     server = scripted({"method": "PUT", "answer": {"behaviour": "silence"}})
     plant_token(enrolled, PLANTED)
-    argv = ["prlimit", "--core=unlimited", COMMAND, "-update", "-force"]
-    run = enrolled.start_process(argv)
-    deadline = time.monotonic() + 20
-    while not server.seen():
-        assert time.monotonic() < deadline, "the update never came"
-        time.sleep(0.01)
+
+    def start(*before):
+        run = enrolled.start_process([*before, COMMAND, "-update", "-force"])
+        wait_for(server.seen)
+        return run
+
+    return start
+
+
+@pytest.mark.row("D8")
+def test_nobody_without_rights_looks_into_a_process_that_holds_a_token(enrolled, updating):
+    """The mark that says so also keeps the kernel from leaving a core file, wherever those go."""
+    look = ["sh", "-c", "cat /proc/$0/environ"]
+    run = updating(*WITHOUT_RIGHTS)
+    assert "Permission denied" in enrolled.run([*look, str(run.pid)], capabilities=False).err
+    run.signal(signal.SIGTERM)
+    run.wait(20)
+    plain = enrolled.start_process([*WITHOUT_RIGHTS, "sleep", "600"])
+    assert enrolled.run([*look, str(plain.pid)], capabilities=False).err == ""
+    plain.stop()
+
+
+@pytest.mark.row("D8")
+@pytest.mark.core_files
+def test_a_crash_leaves_no_core_file_with_a_token(enrolled, updating):
+    run = updating("prlimit", "--core=unlimited")
     run.signal(signal.SIGABRT)
     run.wait(20)
     find = ["find", "/", "-xdev", "-name", "core*", "-type", "f", "-newer", "/shared/lsan.supp"]
