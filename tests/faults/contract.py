@@ -19,6 +19,11 @@ def identity_files(box):
     }
 
 
+def token_files(box):
+    """Names of the token files."""
+    return {file.name for file in box.var("identity").glob("token.*")}
+
+
 def secrets(box):
     """Texts that may stand nowhere but in the identity store."""
     found = []
@@ -55,11 +60,13 @@ class Contract:
     def __init__(self, box):
         self.box = box
         self.identity = identity_files(box)
+        self.tokens = token_files(box)
         self.processes = set(box.processes())
 
     def check(self, *results):
         """After the fault: `results` are the runs that met it."""
         assert identity_files(self.box) == self.identity, "identity files changed"
+        assert self.tokens <= token_files(self.box), "a token file is lost"
         for file in self.box.var("identity").glob("token.*"):
             assert json.loads(file.read_text())["token"], f"{file.name} is not whole"
         self.check_no_secret(results)

@@ -50,6 +50,7 @@ class Host:
         self.known_pairs = set()
         self.invitation = None
         self.identity_before = {}
+        self.tokens_before = set()
 
     def reset(self):
         """The state before the fault, on the host and in the server's store."""
@@ -63,6 +64,7 @@ class Host:
         if "{invitation}" in self.job["command"]:
             self.invite()
         self.identity_before = identity_files()
+        self.tokens_before = token_files()
 
     def arguments(self, which):
         known = self.invitation or {}
@@ -132,8 +134,10 @@ class Host:
         return True
 
     def token_faults(self):
-        """A token file is the complete old or the complete new one."""
-        found = []
+        """A token file is the complete old or the complete new one. Only a new identity makes the old one's
+        token go."""
+        kept = self.tokens_before if self.job["identity"] == "kept" else set()
+        found = [f"{name} is lost" for name in sorted(kept - token_files())]
         for file in IDENTITY.glob("token.*"):
             try:
                 whole = bool(json.loads(file.read_text())["token"])
@@ -245,6 +249,11 @@ def identity_files():
         return {}
     left_out = ("token.", ".", "identity.lock")
     return {file.name: digest(file) for file in IDENTITY.iterdir() if not file.name.startswith(left_out)}
+
+
+def token_files():
+    """Names of the token files."""
+    return {file.name for file in IDENTITY.glob("token.*")}
 
 
 def temporary_files():

@@ -285,6 +285,7 @@ def test_a_revocation_ends_the_identity_and_its_record(enrolled, master):
     without_token = next(enrolled.var("identity").glob("token.host.*"))
     contract.check(refused)
     without_token.unlink()
+    contract = Contract(enrolled)
     asked = enrolled.command("-readallhosts", "-display")
     assert (asked.status, asked.err) == (252, "Requested operation failed with error: 7625\n")
     (cause,) = [text for text in enrolled.log_texts(16) if text.startswith("Asking for an access token failed")]
