@@ -63,7 +63,9 @@ class FaultTable:
             return f"no case: {ROWS[row].no_case}"
         if row in self.unexplained():
             return "**no case and no reason**"
-        return f"**{outcome.failed} failed**" if outcome.failed else "holds"
+        if outcome.failed:
+            return f"**{outcome.failed} failed**"
+        return f"holds; without {ROWS[row].left_out}" if ROWS[row].left_out else "holds"
 
     def text(self):
         passed = sum(outcome.passed for outcome in self.outcomes.values())

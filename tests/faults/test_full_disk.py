@@ -179,6 +179,10 @@ def make_a_file(box):
     box.torqv.joinpath("var").write_text("")
 
 
+def remove_log_folder(box):
+    box.path(LOGS).rmdir()
+
+
 def give_away(box):
     shutil.chown(box.var("identity"), 12345, 12345)
 
@@ -222,6 +226,7 @@ PLACES = [
         f"tqhostdbcmd: cannot open the debug log in {LOGS}: Read-only file system\n",
         "",
     ),
+    Place("log-folder-missing", "E4", remove_log_folder, 0, "", ""),
     Place(
         "log-folder-read-only",
         "E4",
@@ -244,6 +249,7 @@ def test_an_update_where_it_cannot_write_or_trust_a_folder(enrolled, master, pla
     assert (result.status, result.err) == (place.status, place.err)
     assert not place.line or any(place.line in text for text in enrolled.log_texts())
     assert not list(enrolled.torqv.rglob("SystemCmd*"))
+    assert enrolled.cache_file().exists() == ((result.status, result.err) == (0, ""))
 
 
 @pytest.mark.row("E4")

@@ -444,16 +444,23 @@ def test_a_million_lines_of_summary_are_read(summary):
 
 @pytest.mark.row("H4")
 @pytest.mark.parametrize(
-    "release",
-    [b"", b"\0\xff", f'PRETTY_NAME="{COMMANDS_IN_TEXT}"\nVERSION_ID="a\\"b"\n'.encode(), b"x" * 2_000_000],
-    ids=["empty", "binary", "hostile", "long-line"],
+    "content, system, release",
+    [
+        (None, "Linux", "Unknown"),
+        (b"", "", "Unknown"),
+        (b"\0\xff", "", "Unknown"),
+        (f'PRETTY_NAME="{COMMANDS_IN_TEXT}"\nVERSION_ID="a\\"b"\n'.encode(), COMMANDS_IN_TEXT, 'a\\"b'),
+        (b"x" * 2_000_000, "", "Unknown"),
+    ],
+    ids=["missing", "empty", "binary", "hostile", "long-line"],
 )
-def test_a_release_file_is_text_and_never_run(identified, release):
+def test_a_release_file_is_text_and_never_run(identified, content, system, release):
     box = identified("debian12")
-    (box.etc / "os-release").write_bytes(release)
-    result = box.command("-localinfo")
-    assert result.status == 0
-    assert isinstance(json.loads(result.out), dict)
+    (box.etc / "os-release").unlink()
+    if content is not None:
+        (box.etc / "os-release").write_bytes(content)
+    names = {"osVersion": f"{system} ({os.uname().release})", "osReleaseVersion": release}
+    assert describe(box) == box.expected_record() | names
     assert_nothing_executed(box)
 
 

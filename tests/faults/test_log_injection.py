@@ -8,6 +8,7 @@ import pytest
 
 from contract import Contract
 from local_info import cases
+from servers import ScriptedServer
 
 FORGED = "2026-01-01 00:00:00.000 [1] <2> forger: all is well"
 # Line ends of every kind before it, and what terminals obey behind it.
@@ -127,6 +128,20 @@ def test_an_error_body_cannot_forge_an_entry(enrolled, scripted, arguments, body
     told = arguments == ["-read"] or body.startswith("{")
     assert_no_forged_entry(enrolled, "all is well" if told else "Error parsing response body")
     contract.check(result)
+
+
+@pytest.mark.row("H7")
+@pytest.mark.full
+@pytest.mark.parametrize("body", BODIES.values(), ids=BODIES)
+def test_an_answer_to_an_enrolment_stays_on_one_line_of_the_terminal(box, master, body):
+    invitation = master.invite(box.host_name)
+    master.stop()
+    with ScriptedServer(box, master, [{"path": "enrollments$", "answer": {"status": 500, "body": body}}]):
+        result = box.enrol(master, invitation.text, invitation.fingerprint)
+    assert (result.status, result.out, result.err.count("\n")) == (8, "", 1)
+    assert "master1.example" in result.err
+    assert (FORGED in result.err) == body.startswith("{"), "what is told is what it says of the error"
+    assert not RAW_CONTROL.search(result.err.encode()) and not DISGUISES.search(result.err)
 
 
 @pytest.mark.row("H7")
