@@ -71,8 +71,8 @@ ROWS = {
     "E1": Row("disk full at each write, mkdir and rename; out of inodes; quota used up; /dev/full"),
     "E2": Row(
         "EIO at write, fsync, close, read and rename; six errors at twenty system calls",
-        left_out="an ext4 on a device that fails: that needs a module of the kernel, which a test may not load; "
-        "the same error comes from a tracer, at every call that may have it",
+        left_out="an ext4 on a disk that fails: it takes a loop device and a mount of the machine itself, outside "
+        "any sandbox; the same errors come from a tracer, at every call that may have them",
     ),
     "E3": Row("read-only file system; state folder missing, a file, of another owner, open to all"),
     "E4": Row("log folder missing, unwritable, full, log rotated away meanwhile"),
