@@ -106,7 +106,9 @@ def test_an_identity_folder_that_others_may_enter_is_7611(enrolled, mode):
 @pytest.mark.row("H6")
 def test_an_entry_whose_file_names_lead_outside_is_refused(enrolled):
     enrolled.change_identity(0, privateKey="../../etc/shadow")
-    assert enrolled.command("-read").status == 252
+    result = enrolled.command("-read")
+    assert (result.status, result.err) == (252, "Requested operation failed with error: 7611\n")
+    assert any("/usr/torqv/var/identity" in text for text in enrolled.log_texts(16))
 
 
 @pytest.mark.row("A11")
@@ -325,6 +327,29 @@ def test_a_debug_log_that_is_no_file_is_refused(enrolled, elsewhere, make):
     make(log)
     assert enrolled.command("-localinfo").status == 12
     assert enrolled.command("-display", administrator=False).status == 0
+
+
+TEMPORARY = ["torquenix/SystemCmd", "var/identity/.tq-new."]
+
+
+@pytest.mark.row("E10")
+@pytest.mark.full
+@pytest.mark.parametrize("prefix", TEMPORARY)
+@pytest.mark.parametrize("make", NOT_REGULAR)
+def test_what_bears_the_name_of_a_dead_processs_temporary_file_is_never_followed(
+    enrolled, elsewhere, prefix, make
+):
+    """A name more for a file goes, as that of a temporary file would; what is no file stays as it is."""
+    planted = enrolled.torqv / f"{prefix}999999.{'0' * 32}"
+    make(planted)
+    os.utime(planted, (0, 0), follow_symlinks=False)
+    before = planted.lstat()
+    result = enrolled.command("-update", "-force")
+    assert (result.status, result.err) == (0, "")
+    if make is make_hard_link:
+        assert not planted.exists()
+    else:
+        assert (planted.lstat().st_ino, planted.lstat().st_mode) == (before.st_ino, before.st_mode)
 
 
 # The state folder
