@@ -10,14 +10,25 @@
 
 #include <ctime>
 #include <optional>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 namespace {
 
 constexpr const char* TOKEN_PATH = "torquenix/security/tokens";
+constexpr std::int64_t HTTP_OK = 200;
 constexpr std::int64_t HTTP_CREATED = 201;
+constexpr std::int64_t HTTP_NO_CONTENT = 204;
 constexpr std::int64_t HTTP_UNAUTHORIZED = 401;
+
+/// By which the web service says that it has done what a method asks for.
+std::int64_t statusOfSuccess(std::string_view method)
+{
+    if (method == "POST")
+        return HTTP_CREATED;
+    return method == "DELETE" ? HTTP_NO_CONTENT : HTTP_OK;
+}
 
 } // namespace
 
@@ -124,7 +135,14 @@ int TQClientCURL::Connection::exchange(tq::HttpRequest request, tq::HttpReply& r
         request.token = token->text;
         result = session->send(request, reply);
     }
-    return result.status == EC_success ? EC_success : failed(what, result, context);
+    if (result.status != EC_success)
+        return failed(what, result, context);
+    // The caller's to judge, whose entries name neither the server nor, without a body, the HTTP status.
+    if (reply.status != statusOfSuccess(request.method))
+        LogLine(LogLevel::warning, context)
+            << what << ", server " << server << ", port " << port << ": answered "
+            << tq::describeAnswer(reply.status, reply.body) << '\n';
+    return EC_success;
 }
 
 TQClientCURL::TQClientCURL(const std::string& server, int port, cert_type certType,

@@ -131,6 +131,13 @@ class Answered(Outcome):
         if self.body:
             (line,) = [text for text in wire.box.log_texts(2) if text.startswith("HTTP status = ")]
             assert line.startswith(f"HTTP status = {self.http_status}, HTTP response body = ")
+        self.check_noted(wire, 1)
+
+    def check_noted(self, wire, number):
+        """The log names the server and the HTTP status once for each request, also when there is no body."""
+        noted = [text for text in wire.box.log_texts(8) if ": answered HTTP status " in text]
+        named = rf"[A-Z]+ \S+, server {re.escape(MASTER)}, port 1556: answered HTTP status {self.http_status}\b"
+        assert [bool(re.match(named, text)) for text in noted] == [True] * number, noted
 
     def check_token(self, wire, result):
         assert (result.status, result.err) == (252, failed_with(NO_TOKEN))
@@ -141,6 +148,7 @@ class Answered(Outcome):
         assert_update_failed(wire, result, self.code)
         caught = [text for text in wire.box.log_texts(16) if text.startswith("Caught WebServiceException")]
         assert [text.split(",")[1] for text in caught] == [f" err = {self.code}"] * ATTEMPTS
+        self.check_noted(wire, ATTEMPTS)
 
     def check_enrol(self, wire, result):
         if self.http_status == 403:

@@ -417,3 +417,31 @@ TEST_F(HttpClientTest, ARequestAfterAFailedOneStandsOnItsOwn)
     EXPECT_EQ(made->httpStatus, 404);
     EXPECT_EQ(made->responseBody, "gone");
 }
+
+TEST_F(HttpClientTest, AnAnswerThatIsNoSuccessIsNotedWithTheServerAndTheHttpStatus)
+{
+    storeToken("token-1", 3600);
+    const std::pair<ServerAnswer, const char*> cases[] = {
+        {answer(503, ""), "HTTP status 503\n"},
+        {answer(302, ""), "HTTP status 302\n"},
+        {answer(204, ""), "HTTP status 204\n"},
+        {answer(403, R"({"errorCode": 9, "errMessage": "no\u001b!"})"), "HTTP status 403 (no?!)\n"},
+    };
+    for (const auto& [given, words] : cases) {
+        fakes::recordedLog().clear();
+        master_.otherAnswer = given;
+        EXPECT_EQ(client()->Get("a"), 0);
+        EXPECT_EQ(fakes::countRecorded(8, "GET a, server " + std::string(SERVER) + ", port " +
+                                              std::to_string(server_->port()) + ": answered " + words),
+                  1U);
+    }
+    fakes::recordedLog().clear();
+    master_.otherAnswer = answer(200, "{}");
+    EXPECT_EQ(client()->Get("a"), 0);
+    EXPECT_EQ(client()->Put("a", "{}"), 0);
+    master_.otherAnswer = answer(201, "{}");
+    EXPECT_EQ(client()->Post("a", "{}"), 0);
+    master_.otherAnswer = answer(204, "");
+    EXPECT_EQ(client()->Delete("a"), 0);
+    EXPECT_EQ(fakes::countRecorded(8, "answered"), 0U);
+}
