@@ -30,8 +30,8 @@ enum TQCurlSessionType : int {
 /// `responseBody` hold the answer); 7610 to 7612 when the identity cannot be had; 25 name not resolved or
 /// connection refused; 7620 timed out or stalled; 7621 no trusted connection; 7622 own certificate missing or
 /// refused; 7623 reply over the limit; 7624 reply cut off or not HTTP; 7625 no token; 7626 anything else.
-/// Each failure writes one level-16 entry with server and cause, and each answer with another HTTP status than
-/// the method's own (200, 201 to a POST, 204 to a DELETE) one of level 8; tokens are never logged.
+/// Each failure writes one level-16 entry with server and cause, and each answer with another HTTP status
+/// than the method's own (200, 201 to a POST, 204 to a DELETE) one of level 8; tokens are never logged.
 class TQClientCURL {
 public:
     /// The arguments after the token manager belong to the product's other uses of the client (proxies, own

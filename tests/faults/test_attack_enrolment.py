@@ -182,19 +182,35 @@ def describe(pem):
     return " ".join(run.stdout.decode().split())
 
 
+def public_key(kind, pem):
+    """The public key of a certificate (x509) or of a request (req)."""
+    words = ["openssl", kind, "-noout", "-pubkey"]
+    return subprocess.run(words, input=pem.encode(), capture_output=True, check=True).stdout
+
+
+def granted(host_id, host_name):
+    """What every host's certificate says, whatever was asked for."""
+    return (
+        f"subject=CN = {host_id} X509v3 Basic Constraints: critical CA:FALSE "
+        "X509v3 Key Usage: critical Digital Signature "
+        "X509v3 Extended Key Usage: TLS Web Client Authentication "
+        f"X509v3 Subject Alternative Name: URI:urn:uuid:{host_id}, DNS:{host_name}"
+    )
+
+
 @pytest.mark.row("D2")
 @pytest.mark.parametrize("wish", GREEDY_REQUESTS)
 def test_a_certificate_holds_the_requests_key_and_none_of_its_wishes(attacked, wish):
     request = GREEDY_REQUESTS[wish](attacked)
     answer = attacked.client.redeem(attacked.master.invite("greedy.example").text, request)
     assert answer.status == 201
-    host_id = answer.json()["hostId"]
-    assert describe(answer.json()["certificate"]) == (
-        f"subject=CN = {host_id} X509v3 Basic Constraints: critical CA:FALSE "
-        "X509v3 Key Usage: critical Digital Signature "
-        "X509v3 Extended Key Usage: TLS Web Client Authentication "
-        f"X509v3 Subject Alternative Name: URI:urn:uuid:{host_id}, DNS:greedy.example"
-    )
+    assert describe(answer.json()["certificate"]) == granted(answer.json()["hostId"], "greedy.example")
+    body = json.dumps({"certificateRequest": request}).encode()
+    renewed = attacked.client.ask("POST", RENEWALS, attacked.b, body)
+    assert renewed.status == 200
+    assert describe(renewed.json()["certificate"]) == granted(attacked.b.host_id, attacked.b.host_name)
+    for given in (answer, renewed):
+        assert public_key("x509", given.json()["certificate"]) == public_key("req", request)
     attacked.check_unharmed()
 
 

@@ -1,6 +1,7 @@
 """Requests that no honest client sends: what the master server answers, that nothing of them is stored, and that
 the next client is served."""
 
+import gzip
 import json
 
 import pytest
@@ -29,6 +30,11 @@ def record(body):
     return lambda host: compose("PUT", host.path, host, body, close=True)
 
 
+def packed(body):
+    """A PUT of a body that gzip has packed."""
+    return lambda host: compose("PUT", host.path, host, body, ["Content-Encoding: gzip"], close=True)
+
+
 def method(name):
     return lambda host: compose(name, host.path, host, close=True)
 
@@ -45,6 +51,7 @@ FLOODS = {
     "blank lines without end": (raw(b"\r\n" * 1_000_000), 400),
     "body of 257 KiB": (record(b"{" + b" " * (257 * KIB) + b"}"), 413),
     "length of 10 GB": (put("Content-Length: 9999999999"), 413),
+    "body of 100 MiB in gzip": (packed(gzip.compress(b" " * (100 * KIB * KIB))), 413),
     "chunks without end": (put(CHUNKED, body=b"1\r\n \r\n" * 800_000), 413),
     "chunk size line without end": (put(CHUNKED, body=b"2;" + b"a" * 4_000_000), 400),
 }
