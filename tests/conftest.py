@@ -8,7 +8,7 @@ import time
 
 import pytest
 
-from sandbox import Sandbox
+from sandbox import Sandbox, is_sanitized
 from servers import Master, ScriptedServer
 
 TOP = pathlib.Path(__file__).resolve().parent.parent
@@ -19,7 +19,8 @@ def pytest_addoption(parser):
         "--build",
         action="append",
         metavar="FOLDER",
-        help="build folder whose programs are tested; repeat it for several (default: build/asan)",
+        help="build folder whose programs are tested (default: build/asan). With several, end-to-end tests take "
+        "the sanitized ones, faults the others, and what is marked `shipped` takes all",
     )
     parser.addoption(
         "--faults",
@@ -40,6 +41,27 @@ def pytest_generate_tests(metafunc):
 def build_paths(folders):
     """The same objects for every test: pytest makes a wide fixture anew when its parameter is another object."""
     return [TOP / folder for folder in folders]
+
+
+def pytest_configure(config):
+    config.addinivalue_line("markers", "shipped: on every build, where others are satisfied with one kind")
+
+
+def pytest_collection_modifyitems(config, items):
+    if len(config.getoption("--build") or []) < 2:
+        return
+    left_out = [item for item in items if is_satisfied_elsewhere(item)]
+    items[:] = [item for item in items if item not in set(left_out)]
+    config.hook.pytest_deselected(items=left_out)
+
+
+def is_satisfied_elsewhere(item):
+    """Whether another of several builds tells as much: sanitizers see more of a plain road and are in the way
+    of most faults, whose tracers and limits they do not bear."""
+    build = getattr(item, "callspec", None) and item.callspec.params.get("build")
+    if build is None or item.get_closest_marker("shipped"):
+        return False
+    return is_sanitized(build) == ("faults" in item.path.parts)
 
 
 @pytest.hookimpl(hookwrapper=True, tryfirst=True)

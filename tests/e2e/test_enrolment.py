@@ -5,6 +5,8 @@ import stat
 
 import pytest
 
+pytestmark = pytest.mark.shipped
+
 MASTER1, MASTER2 = "master1.example", "master2.example"
 
 

@@ -4,6 +4,8 @@ import json
 
 import pytest
 
+pytestmark = pytest.mark.shipped
+
 PROGRAM = "/usr/torqv/torquenix/bin/tqhostdbcmd"
 LOG_FOLDER = "/usr/torqv/torquenix/logs/admin"
 OTHER_LANGUAGE = {"LC_ALL": "de_DE.UTF-8"}

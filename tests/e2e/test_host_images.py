@@ -8,6 +8,8 @@ import pytest
 
 from sandbox import IMAGES, NO_CLUSTER
 
+pytestmark = pytest.mark.shipped
+
 HOSTS = sorted(folder.name for folder in IMAGES.iterdir() if (folder / "expected.json").exists())
 CLUSTER_HOST = "tqmaster.example"
 VERSION_FILE = "/usr/torqv/torquenix/bin/version"

@@ -5,6 +5,8 @@ import stat
 
 import pytest
 
+pytestmark = pytest.mark.shipped
+
 MASTER1 = "master1.example"
 PROGRAM = "/usr/torqv/torquenix/bin/tqmasterd"
 

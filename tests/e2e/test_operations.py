@@ -4,6 +4,8 @@ import json
 
 import pytest
 
+pytestmark = pytest.mark.shipped
+
 PROGRAM = "tqhostdbcmd"
 USAGE = "Use '-reloadconfig' options with either the '-security' or the '-host' option.\n"
 

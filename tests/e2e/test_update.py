@@ -6,6 +6,8 @@ import pytest
 
 from sandbox import NO_CLUSTER
 
+pytestmark = pytest.mark.shipped
+
 MASTER1, MASTER2 = "master1.example", "master2.example"
 NO_NEED = "No need to update host information into host DB"
 NOTHING_UPDATED = "Failed to update hostDB for all masters"

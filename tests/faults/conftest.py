@@ -14,9 +14,12 @@ import shutil
 
 import pytest
 
+pytest.register_assert_rewrite("contract", "outcomes")  # they tell what differs, like a test's own
+
 from attacked_server import AttackedServer
 from fault_table import FaultTable
 from process_group import may_make_groups
+from sandbox import is_sanitized
 from servers import Master
 from wire_host import WireHost
 from sweep_bench import Bench
@@ -52,10 +55,6 @@ def pytest_collection_modifyitems(config, items):
     }
     items[:] = [item for item in items if item not in left_out]
     config.hook.pytest_deselected(items=list(left_out))
-
-
-def is_sanitized(build):
-    return "TQ_SANITIZE:BOOL=ON" in (build / "CMakeCache.txt").read_text(errors="replace")
 
 
 def leaves_core_files(_item):

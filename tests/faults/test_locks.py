@@ -134,6 +134,27 @@ def test_an_update_that_is_ended_by_a_signal_leaves_its_locks_free(enrolled, scr
 
 
 @pytest.mark.row("E7")
+def test_of_two_daemon_updates_the_second_is_dropped(enrolled, scripted):
+    server = scripted({"method": "PUT", "answer": {"status": 200, "body": "{}", "delay": 3}})
+    first = enrolled.start_command("-update", "-daemon")
+    wait_for(lambda: is_putting(server))
+    second = enrolled.command("-update", "-daemon")
+    assert (second.status, second.err) == (0, "")
+    assert first.wait().status == 0
+    assert enrolled.command("-update", "-daemon").status == 0
+
+
+@pytest.mark.row("E7")
+def test_updates_of_different_servers_do_not_wait_for_each_other(enrolled, scripted):
+    second = enrolled.master("master2.example").serve()
+    assert enrolled.enrol(second).status == 0
+    holder = enrolled.hold_lock(UPDATE_LOCK)
+    assert enrolled.command("-update").status == 0
+    assert enrolled.cache_file("master2.example").exists()
+    enrolled.let_go(holder)
+
+
+@pytest.mark.row("E7")
 def test_fifty_updates_at_once(enrolled, figure):
     contract = Contract(enrolled)
     runs = [enrolled.start_command("-update", "-force") for _ in range(50)]

@@ -12,7 +12,7 @@ import pytest
 from contract import Contract, identity_files
 from local_info import cases
 from process_group import process_group
-from sandbox import BIN_DIR
+from sandbox import BIN_DIR, is_sanitized
 
 COMMAND = f"{BIN_DIR}/tqhostdbcmd"
 FAKETIME = "/usr/lib/x86_64-linux-gnu/faketime/libfaketime.so.1"
@@ -23,10 +23,6 @@ RETRIEVED = "Retrieved local host information successfully"
 WITHOUT_WAITING = ["strace", "-f", "--seccomp-bpf", "-o", "/dev/null", "-e", "trace=clock_nanosleep"]
 WITHOUT_WAITING += ["-e", "inject=clock_nanosleep:retval=0"]
 NO_LEAK_CHECK = {"ASAN_OPTIONS": "detect_leaks=0"}  # it cannot work under a tracer
-
-
-def is_sanitized(build):
-    return "TQ_SANITIZE:BOOL=ON" in (build / "CMakeCache.txt").read_text()
 
 
 # Limits

@@ -44,6 +44,11 @@ MACHINE_ETC = ("passwd", "group", "nsswitch.conf", "ld.so.cache", "alternatives"
 RUN_SECONDS = 120
 
 
+def is_sanitized(build):
+    """Whether a build folder's programs carry the sanitizers."""
+    return "TQ_SANITIZE:BOOL=ON" in (build / "CMakeCache.txt").read_text(errors="replace")
+
+
 class SandboxError(Exception):
     """The sandbox itself, and not what is tested in it, did not work."""
 
