@@ -21,6 +21,9 @@ def prepare(request):
     """What happens in the child between fork and exec."""
 
     def run():
+        # A runner in the background of a shell hands these on ignored.
+        for number in (signal.SIGHUP, signal.SIGINT, signal.SIGQUIT):
+            signal.signal(number, signal.SIG_DFL)
         if request.get("ignoreChildSignal"):
             signal.signal(signal.SIGCHLD, signal.SIG_IGN)
         os.umask(request.get("umask", 0o022))
