@@ -64,14 +64,23 @@ def head(status, *headers):
     return "\r\n".join(lines).encode() + b"\r\n\r\n"
 
 
-def answer(status, body, *headers):
-    """A complete answer."""
+def complete(status, body, *headers):
     length = () if status in (204, 304) else (f"Content-Length: {len(body)}",)
     return head(status, *length, *headers) + body
 
 
-def good_answer(request):
-    return answer(request.success, request.good_body, "Content-Type: application/json")
+def answer(status, body, *headers):
+    """A complete answer before the connection is closed, which it says: a client that found out only by its
+    next request could not tell whether that was lost."""
+    return complete(status, body, "Connection: close", *headers)
+
+
+def good_answer(request, *headers):
+    return complete(request.success, request.good_body, "Content-Type: application/json", *headers)
+
+
+def last_good_answer(request):
+    return good_answer(request, "Connection: close")
 
 
 # Connections
@@ -319,7 +328,7 @@ RETRY_AFTER = {
 def refused_once(request):
     """A token that the server does not know any more; a renewed one is good."""
     renewed = request.headers.get("authorization", "").startswith("Bearer token-")
-    yield good_answer(request) if renewed else answer(401, b"")
+    yield last_good_answer(request) if renewed else answer(401, b"")
 
 
 def refused_without_renewal(renewal):
@@ -343,8 +352,8 @@ def hostile_json(text):
 
 
 REPLIES = {
-    "good": lambda request: (good_answer(request),),
-    "good-too": lambda request: (good_answer(request),),
+    "good": lambda request: (last_good_answer(request),),
+    "good-too": lambda request: (last_good_answer(request),),
     "silence-before-headers": silence_before_headers,
     "headers-drip": headers_drip,
     "silence-in-body": silence_in_body,
