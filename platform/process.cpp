@@ -120,11 +120,11 @@ void reduceEnvironment()
 
 void prepareProcess()
 {
+    prepareSignals(); // needs no descriptor, and a SIGPIPE may be on its way
     openStandardDescriptors();
     keepDescriptorsFromCommands();
     // A core file would hold the access token. Last of what reads /proc/self, which is then root's alone.
     prctl(PR_SET_DUMPABLE, 0);
-    prepareSignals();
     reduceEnvironment();
     // A "*" in a fixed command text would be expanded in the caller's directory.
     [[maybe_unused]] const int result = chdir("/"); // without "/" no command would work either
