@@ -72,7 +72,7 @@ def pytest_runtest_makereport(item, call):
     box = getattr(item, "sandbox", None)
     if report.when == "call" and report.failed and box is not None:
         report.sections.append(("sandbox, kept", str(box.work)))
-        for file in box.log_files():
+        for file in filter(pathlib.Path.is_file, box.log_files()):  # a test may have put a folder there
             report.sections.append((f"debug log {file.name}", file.read_text(errors="replace")[-20000:]))
         for file in sorted((box.shared / "output").glob("*.err")):
             if file.stat().st_size:

@@ -249,6 +249,7 @@ def test_a_server_says_why_it_does_not_start_on_a_full_disk_and_starts_when_ther
 
 @pytest.mark.row("S6")
 @pytest.mark.row("S1")
+@pytest.mark.unsanitized  # a sanitizer needs descriptors to look at an exception's type
 def test_a_server_out_of_descriptors_serves_again_when_there_are_some(box, master):
     client = MasterClient(box, master)
     host = client.enrol("a.example")

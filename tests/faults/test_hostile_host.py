@@ -11,7 +11,7 @@ import pytest
 
 from contract import Contract
 from local_info import cases, describe, errors_but_the_clusters
-from sandbox import BIN_DIR, HOST_ID
+from sandbox import BIN_DIR, HOST_ID, OWN_MOUNTS
 from servers import ScriptedServer
 from test_tool_limits import TIME_LIMIT, with_short_limits
 
@@ -540,7 +540,7 @@ def without_proc(box, *arguments):
     """Runs the command where /proc holds nothing but what a sanitizer reads its options from."""
     options = "mkdir /proc/self && printf 'ASAN_OPTIONS=detect_leaks=0\\0' >/proc/self/environ"
     script = f'mount -t tmpfs none /proc && {options} && exec "$0" "$@"'
-    argv = ["unshare", "--user", "--map-root-user", "--mount", "sh", "-c", script, COMMAND, *arguments]
+    argv = [*OWN_MOUNTS, "sh", "-c", script, COMMAND, *arguments]
     return box.run(argv)
 
 

@@ -43,6 +43,15 @@ MACHINE_ETC = ("passwd", "group", "nsswitch.conf", "ld.so.cache", "alternatives"
 
 RUN_SECONDS = 120
 
+# Beginnings of command lines that run as an ordinary user, and with mounts of their own. Who is root needs no
+# namespace of users for either, and could make none from within a chroot.
+if os.geteuid() == 0:
+    ORDINARY_USER = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"]
+    OWN_MOUNTS = ["unshare", "--mount"]
+else:
+    ORDINARY_USER = ["unshare", "--user", "--map-user=65534", "--map-group=65534"]
+    OWN_MOUNTS = ["unshare", "--user", "--map-root-user", "--mount"]
+
 
 def is_sanitized(build):
     """Whether a build folder's programs carry the sanitizers."""
@@ -305,7 +314,7 @@ class Sandbox:
         """
         argv = list(argv)
         if not administrator:
-            argv = ["unshare", "--user", "--map-user=65534", "--map-group=65534"] + argv
+            argv = ORDINARY_USER + argv
         if not capabilities:
             argv = ["setpriv", "--bounding-set=-all", "--inh-caps=-all"] + argv
         if inject is None:
