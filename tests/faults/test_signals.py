@@ -102,7 +102,8 @@ def test_an_interrupt_from_the_keyboard_ends_the_tool_and_the_run_goes_on(enroll
     box = enrolled_host(lambda made: made.put_tool(made.local_sbin, "hostnamectl", HANGING))
     contract = Contract(box)
     run = start_until_the_tool_runs(box)
-    box.run(["kill", "-INT", "--", f"-{run.pid}"])  # the terminal sends it to the whole group
+    sent = box.run(["kill", "-INT", "--", f"-{run.pid}"])  # the terminal sends it to the whole group
+    assert (sent.status, sent.err) == (0, "")
     ended = run.wait(60)
     assert (ended.status, ended.err) == (0, "")
     contract.check(ended)
