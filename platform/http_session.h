@@ -1,8 +1,9 @@
-/// Requests to one server over one connection, under the trust that the caller names.
+/// The transport that libcurl carries: one connection, under the trust that the caller names.
 #pragma once
 
 #include "platform/curl_handle.h"
 #include "platform/http_status.h"
+#include "platform/http_transport.h"
 
 #include <array>
 #include <cstdint>
@@ -12,57 +13,20 @@ struct ssl_st;
 
 namespace tq {
 
-/// Whom a session trusts, and what it shows of itself. Files are read by the rules of openOwnFile, at the
-/// first request and again after one that failed.
-struct TlsTrust {
-    std::string authoritiesFile; ///< PEM file of the authorities; empty when `authoritiesPem` holds them
-    std::string authoritiesPem;
-    std::string certificateFile; ///< own certificate (PEM); empty to show none
-    std::string privateKeyFile;
-};
-
-struct HttpRequest {
-    const char* method = "GET";        ///< GET, PUT, POST, DELETE
-    std::string path;                  ///< relative to the service's root, see encodePath()
-    const std::string* body = nullptr; ///< JSON text; null for none
-    std::string token;                 ///< access token; empty to send none
-};
-
-struct HttpReply {
-    std::int64_t status = 0;
-    std::string body;
-};
-
-/// Outcome of a request or connection: 0 when the server answered, else 25 or 7620 to 7626 with the cause in
-/// plain words, libcurl's own in brackets behind them.
-struct TransferResult {
-    int status = 0;
-    std::string cause;
-    bool sent = false; ///< whether the request may have reached the server
-};
-
 /// The result that a fault and libcurl's words make.
 TransferResult transferResult(const TransferFault& fault, const char* words);
 
 /// Bytes of headers that a reply may have, those of interim replies included.
 inline constexpr std::size_t MAX_HEADER_BYTES = std::size_t{64} << 10U;
 
-/// One libcurl handle. Its requests go to one server, one after the other over one connection while the
-/// server keeps that open. The server's name must stand in its certificate's subject alternative names, in
-/// full: neither a common name nor a wildcard counts. Not copyable and not movable: libcurl holds pointers
-/// to it.
-class HttpSession {
+/// One libcurl handle. The server's name must stand in its certificate's subject alternative names, in full:
+/// neither a common name nor a wildcard counts. Not copyable and not movable: libcurl holds pointers to it.
+class HttpSession : public HttpTransport {
 public:
     /// Connects nothing. `server` is a name or a numeric address.
     HttpSession(const std::string& server, int port, TlsTrust trust, const WebLimits& limits);
-    HttpSession(const HttpSession&) = delete;
-    HttpSession& operator=(const HttpSession&) = delete;
-    ~HttpSession() = default;
 
-    /// Sends one request once and waits for the reply within the limits. `reply` is set on success only.
-    /// Nothing is connected when a file of the trust cannot be read: 7622 for certificate and key, 7626 for
-    /// the authorities, with path and cause.
-    TransferResult send(const HttpRequest& request, HttpReply& reply);
+    TransferResult send(const HttpRequest& request, HttpReply& reply) override;
 
 private:
     /// What the files of the trust hold.

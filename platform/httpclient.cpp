@@ -3,7 +3,7 @@
 #include "platform/config.h"
 #include "platform/debuglog.h"
 #include "platform/http_answer.h"
-#include "platform/http_session.h"
+#include "platform/http_transport.h"
 #include "platform/identity_store.h"
 #include "platform/status.h"
 #include "platform/token_store.h"
@@ -54,7 +54,7 @@ struct TQClientCURL::Connection {
     std::string server;
     int port;
     cert_type certType;
-    std::unique_ptr<tq::HttpSession> session;
+    std::unique_ptr<tq::HttpTransport> session;
     std::string tokenFile;
     std::optional<tq::AccessToken> token;
 };
@@ -88,9 +88,9 @@ int TQClientCURL::Connection::open(const char* context)
     trust.authoritiesFile = files.caCertificates;
     trust.certificateFile = files.certificate;
     trust.privateKeyFile = files.privateKey;
-    session =
-        std::make_unique<tq::HttpSession>(server, port, trust, tq::webLimits(tq::readPlatformSettings()));
-    return EC_success;
+    const tq::TransferResult opened =
+        tq::openHttpTransport(server, port, trust, tq::webLimits(tq::readPlatformSettings()), session);
+    return opened.status == EC_success ? EC_success : failed("Connecting", opened, context);
 }
 
 tq::TransferResult TQClientCURL::Connection::askForToken()

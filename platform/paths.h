@@ -11,6 +11,10 @@ inline constexpr const char* TQ_PRODUCT_DIR = TQ_INSTALL_ROOT "/torquenix";
 inline constexpr const char* TQ_BIN_DIR = TQ_INSTALL_ROOT "/torquenix/bin";
 inline constexpr const char* TQ_CONFIG_FILE = TQ_INSTALL_ROOT "/torquenix/kx.conf";
 
+/// The HTTP client: loaded by its whole path, so that no search path and no environment variable finds
+/// another.
+inline constexpr const char* TQ_HTTP_MODULE = TQ_INSTALL_ROOT "/torquenix/lib/tqhttp.so";
+
 /// Debug log: directory and the subdirectory that must exist for a log to be written.
 inline constexpr const char* TQ_LOG_DIR = TQ_INSTALL_ROOT "/torquenix/logs";
 inline constexpr const char* TQ_LOG_SUBDIR = "admin";

@@ -148,10 +148,11 @@ class Sandbox:
         self._copy(self.image / "usr-sbin", self.sbin)
         self._copy(self.image / "opt", self.opt)
         self._copy(self.image / "usr" / "torqv", self.torqv)
-        for folder in ("torquenix/bin", "torquenix/logs/admin", "var"):
+        for folder in ("torquenix/bin", "torquenix/lib", "torquenix/logs/admin", "var"):
             (self.torqv / folder).mkdir(parents=True, exist_ok=True)
         for program in PROGRAMS:
             (self.torqv / "torquenix" / "bin" / program).touch()
+        shutil.copy(self.build / "lib" / "tqhttp.so", self.http_module)
         (self.shared / "output").mkdir(parents=True)
         (self.shared / "reports").mkdir()
         suppressions = TOP / "tests" / "lsan.supp"
@@ -498,6 +499,11 @@ class Sandbox:
 
     def sanitizer_reports(self):
         return [file.read_text(errors="replace") for file in sorted((self.shared / "reports").iterdir())]
+
+    @property
+    def http_module(self):
+        """The command's HTTP client, which it loads when it connects: a copy, that a test may spoil."""
+        return self.torqv / "torquenix" / "lib" / "tqhttp.so"
 
     # Servers and identities
 

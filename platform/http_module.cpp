@@ -1,0 +1,79 @@
+#include "platform/http_module.h"
+
+#include "platform/file_io.h"
+#include "platform/paths.h"
+#include "platform/release.h"
+#include "platform/status.h"
+
+#include <dlfcn.h>
+#include <elf.h>
+#include <fcntl.h>
+#include <string_view>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace tq {
+
+namespace {
+
+TransferResult notLoaded(const std::string& cause)
+{
+    return {EC_web_request_failed, "the HTTP client cannot be loaded: " + cause};
+}
+
+/// Why the loader failed, with the file's name.
+std::string loaderWords()
+{
+    const char* words = dlerror();
+    return words == nullptr ? "no cause is known" : words;
+}
+
+/// Whether the file ends before its table of sections, which stands last. The loader would take such a file
+/// and the process die at a page that is not there.
+bool isCutOff(const char* path)
+{
+    const FileDescriptor file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    Elf64_Ehdr head{};
+    struct stat facts {};
+    if (!file || read(file.get(), &head, sizeof head) != static_cast<ssize_t>(sizeof head) ||
+        fstat(file.get(), &facts) != 0 ||
+        std::string_view(ELFMAG) != std::string_view(reinterpret_cast<const char*>(head.e_ident), SELFMAG))
+        return false;
+    const std::uint64_t tableBytes = std::uint64_t{head.e_shentsize} * head.e_shnum;
+    const auto fileBytes = static_cast<std::uint64_t>(facts.st_size);
+    return head.e_shoff > fileBytes || tableBytes > fileBytes - head.e_shoff;
+}
+
+TransferResult loadModule(const HttpModule*& module)
+{
+    if (isCutOff(TQ_HTTP_MODULE))
+        return notLoaded(std::string(TQ_HTTP_MODULE) + " is cut off");
+    // Never closed: the process ends soon, and libcurl may have left a resolver thread behind.
+    void* library = dlopen(TQ_HTTP_MODULE, RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
+    if (library == nullptr)
+        return notLoaded(loaderWords());
+    const auto* found = static_cast<const HttpModule*>(dlsym(library, HTTP_MODULE_SYMBOL));
+    if (found == nullptr)
+        return notLoaded(loaderWords());
+    if (found->release != std::string_view(TQ_RELEASE_NUMBER))
+        return notLoaded(std::string(TQ_HTTP_MODULE) +
+                         " belongs to another release than this program (" TQ_RELEASE_NUMBER ")");
+    module = found;
+    return {};
+}
+
+} // namespace
+
+TransferResult openHttpTransport(const std::string& server, int port, const TlsTrust& trust,
+                                 const WebLimits& limits, std::unique_ptr<HttpTransport>& transport)
+{
+    static const HttpModule* module = nullptr;
+    if (module == nullptr) {
+        if (TransferResult result = loadModule(module); result.status != EC_success)
+            return result;
+    }
+    transport = module->make(server, port, trust, limits);
+    return {};
+}
+
+} // namespace tq
