@@ -29,6 +29,8 @@ public:
     void stop() { server_.stop(); }
     /// Reads the settings again, as the clients' request does; a fault is told on standard error.
     void reloadSettings();
+    /// See Store.
+    [[nodiscard]] std::size_t waitingChanges() const { return store_.waitingChanges(); }
 
 private:
     DataFolderHold hold_;

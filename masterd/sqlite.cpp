@@ -73,6 +73,11 @@ int Database::changes() const
     return sqlite3_changes(handle_.get());
 }
 
+bool Database::isInTransaction() const
+{
+    return sqlite3_get_autocommit(handle_.get()) == 0;
+}
+
 void Statement::Finalize::operator()(sqlite3_stmt* handle) const
 {
     sqlite3_finalize(handle);
@@ -159,6 +164,21 @@ void Transaction::commit()
 {
     database_.execute("COMMIT");
     open_ = false;
+}
+
+Savepoint::Savepoint(Database& database) : database_(database)
+{
+    database_.execute("SAVEPOINT part");
+}
+
+void Savepoint::undo()
+{
+    database_.execute("ROLLBACK TO part");
+}
+
+void Savepoint::release()
+{
+    database_.execute("RELEASE part");
 }
 
 } // namespace masterd

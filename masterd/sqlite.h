@@ -32,6 +32,9 @@ public:
     [[nodiscard]] sqlite3* handle() const { return handle_.get(); }
     /// Rows that the last INSERT, UPDATE or DELETE touched.
     [[nodiscard]] int changes() const;
+    /// False again once a transaction has ended, which some failures (a full disk, no memory) do by
+    /// themselves.
+    [[nodiscard]] bool isInTransaction() const;
 
 private:
     struct Close {
@@ -96,6 +99,20 @@ public:
 private:
     Database& database_;
     bool open_ = true;
+};
+
+/// A part of a writing transaction that can be undone without the rest. There may be one at a time. It ends
+/// with release(), or with the transaction, which is lost when it throws.
+class Savepoint {
+public:
+    explicit Savepoint(Database& database);
+
+    /// Undoes what was done since the beginning.
+    void undo();
+    void release();
+
+private:
+    Database& database_;
 };
 
 } // namespace masterd

@@ -67,6 +67,29 @@ Database openDatabase(const std::string& path)
     return database;
 }
 
+Database openForReading(const std::string& path)
+{
+    Database database = openDatabase(path);
+    database.execute("PRAGMA query_only = ON");
+    return database;
+}
+
+constexpr const char* READ_INVITATION = "SELECT hash, host_name, type FROM invitation"
+                                        " WHERE id = ? AND expires_at > ? AND host_id IS NULL"
+                                        " AND withdrawn_at IS NULL";
+constexpr const char* READ_HOST = "SELECT record FROM host WHERE host_id = ?";
+
+bool isInvitationOpen(const Statement& read, const Secret& invitation, std::int64_t now, Identity* invited)
+{
+    Query query(read);
+    query.with(invitation.id).with(now);
+    if (!query.next() || !invitation.matches(query.text(0)))
+        return false;
+    if (invited != nullptr)
+        *invited = Identity{"", query.text(1), toIdentityType(query.text(2))};
+    return true;
+}
+
 std::string asArray(Query& query)
 {
     std::string array = "[";
@@ -96,37 +119,37 @@ void Store::create(const std::string& path)
 }
 
 Store::Store(const std::string& path)
-    : database_(openDatabase(path)),
+    : database_(openDatabase(path)), commits_(database_),
       addInvitation_(database_, "INSERT INTO invitation (id, hash, host_name, type, expires_at)"
                                 " VALUES (?, ?, ?, ?, ?)"),
-      readInvitation_(database_, "SELECT hash, host_name, type FROM invitation"
-                                 " WHERE id = ? AND expires_at > ? AND host_id IS NULL"
-                                 " AND withdrawn_at IS NULL"),
+      checkInvitation_(database_, READ_INVITATION),
       useInvitation_(database_, "UPDATE invitation SET host_id = ? WHERE id = ?"),
       withdrawInvitations_(database_, "UPDATE invitation SET withdrawn_at = ? WHERE host_name = ?"
                                       " AND host_id IS NULL AND withdrawn_at IS NULL"),
       addIdentity_(database_, "INSERT INTO identity (host_id, host_name, type) VALUES (?, ?, ?)"),
-      readIdentity_(database_, "SELECT host_name, type FROM identity WHERE host_id = ?"
-                               " AND revoked_at IS NULL"),
       revokeIdentities_(database_, "UPDATE identity SET revoked_at = ? WHERE host_name = ?"
                                    " AND revoked_at IS NULL"),
       forgetTokens_(database_, "DELETE FROM token WHERE expires_at <= ?"),
       forgetRevokedTokens_(database_, "DELETE FROM token WHERE host_id IN"
                                       " (SELECT host_id FROM identity WHERE host_name = ?)"),
       addToken_(database_, "INSERT INTO token (id, hash, host_id, expires_at) VALUES (?, ?, ?, ?)"),
-      readToken_(database_, "SELECT hash FROM token WHERE id = ? AND host_id = ? AND expires_at > ?"),
       // Entered only while the identity stands: a revocation may come between its check and this.
       putHost_(database_, "INSERT INTO host (host_id, host_name, record) SELECT host_id, host_name, ?"
                           " FROM identity WHERE host_id = ? AND revoked_at IS NULL"
                           " ON CONFLICT (host_id) DO UPDATE SET record = excluded.record"),
+      checkHost_(database_, READ_HOST),
       addHost_(database_, "INSERT INTO host (host_id, host_name, record) SELECT host_id, host_name, ?"
                           " FROM identity WHERE host_id = ? AND revoked_at IS NULL"),
-      readHost_(database_, "SELECT record FROM host WHERE host_id = ?"),
       deleteHost_(database_, "DELETE FROM host WHERE host_id = ?"),
       deleteRevokedHosts_(database_, "DELETE FROM host WHERE host_name = ?"),
-      listPart_(database_, "SELECT record, host_name, host_id FROM host WHERE (host_name, host_id) > (?, ?)"
-                           " ORDER BY host_name, host_id"),
-      listNamed_(database_, "SELECT record FROM host WHERE host_name = ? ORDER BY host_id")
+      readDatabase_(openForReading(path)), readInvitation_(readDatabase_, READ_INVITATION),
+      readIdentity_(readDatabase_, "SELECT host_name, type FROM identity WHERE host_id = ?"
+                                   " AND revoked_at IS NULL"),
+      readToken_(readDatabase_, "SELECT hash FROM token WHERE id = ? AND host_id = ? AND expires_at > ?"),
+      readHost_(readDatabase_, READ_HOST),
+      listPart_(readDatabase_, "SELECT record, host_name, host_id FROM host"
+                               " WHERE (host_name, host_id) > (?, ?) ORDER BY host_name, host_id"),
+      listNamed_(readDatabase_, "SELECT record FROM host WHERE host_name = ? ORDER BY host_id")
 {
 }
 
@@ -134,52 +157,43 @@ Secret Store::invite(const std::string& hostName, IdentityType type, std::int64_
 {
     Secret invitation = makeSecret();
     const std::string hash = invitation.hash();
-    const std::lock_guard lock(mutex_);
-    Query(addInvitation_)
-        .with(invitation.id)
-        .with(hash)
-        .with(hostName)
-        .with(toText(type))
-        .with(expiresAt)
-        .run();
+    commits_.run([&] {
+        Query(addInvitation_)
+            .with(invitation.id)
+            .with(hash)
+            .with(hostName)
+            .with(toText(type))
+            .with(expiresAt)
+            .run();
+    });
     return invitation;
-}
-
-bool Store::isInvitationOpen(const Secret& invitation, std::int64_t now, Identity* invited)
-{
-    Query query(readInvitation_);
-    query.with(invitation.id).with(now);
-    if (!query.next() || !invitation.matches(query.text(0)))
-        return false;
-    if (invited != nullptr)
-        *invited = Identity{"", query.text(1), toIdentityType(query.text(2))};
-    return true;
 }
 
 std::optional<Identity> Store::findInvitation(const Secret& invitation, std::int64_t now)
 {
-    const std::lock_guard lock(mutex_);
+    const std::lock_guard lock(readMutex_);
     Identity invited;
-    if (!isInvitationOpen(invitation, now, &invited))
+    if (!isInvitationOpen(readInvitation_, invitation, now, &invited))
         return std::nullopt;
     return invited;
 }
 
 bool Store::redeemInvitation(const Secret& invitation, const Identity& identity, std::int64_t now)
 {
-    const std::lock_guard lock(mutex_);
-    Transaction transaction(database_);
-    if (!isInvitationOpen(invitation, now, nullptr))
-        return false;
-    Query(addIdentity_).with(identity.hostId).with(identity.hostName).with(toText(identity.type)).run();
-    Query(useInvitation_).with(identity.hostId).with(invitation.id).run();
-    transaction.commit();
-    return true;
+    bool isRedeemed = false;
+    commits_.run([&] {
+        if (!isInvitationOpen(checkInvitation_, invitation, now, nullptr))
+            return;
+        Query(addIdentity_).with(identity.hostId).with(identity.hostName).with(toText(identity.type)).run();
+        Query(useInvitation_).with(identity.hostId).with(invitation.id).run();
+        isRedeemed = true;
+    });
+    return isRedeemed;
 }
 
 std::optional<Identity> Store::findIdentity(const std::string& hostId)
 {
-    const std::lock_guard lock(mutex_);
+    const std::lock_guard lock(readMutex_);
     Query query(readIdentity_);
     query.with(hostId);
     if (!query.next())
@@ -189,16 +203,15 @@ std::optional<Identity> Store::findIdentity(const std::string& hostId)
 
 Store::Revoked Store::revoke(const std::string& hostName, std::int64_t now)
 {
-    const std::lock_guard lock(mutex_);
-    Transaction transaction(database_);
     Revoked revoked;
-    Query(revokeIdentities_).with(now).with(hostName).run();
-    revoked.identities = database_.changes();
-    Query(withdrawInvitations_).with(now).with(hostName).run();
-    revoked.invitations = database_.changes();
-    Query(forgetRevokedTokens_).with(hostName).run();
-    Query(deleteRevokedHosts_).with(hostName).run();
-    transaction.commit();
+    commits_.run([&] {
+        Query(revokeIdentities_).with(now).with(hostName).run();
+        revoked.identities = database_.changes();
+        Query(withdrawInvitations_).with(now).with(hostName).run();
+        revoked.invitations = database_.changes();
+        Query(forgetRevokedTokens_).with(hostName).run();
+        Query(deleteRevokedHosts_).with(hostName).run();
+    });
     return revoked;
 }
 
@@ -206,17 +219,16 @@ Secret Store::issueToken(const std::string& hostId, std::int64_t now, std::int64
 {
     Secret token = makeSecret();
     const std::string hash = token.hash();
-    const std::lock_guard lock(mutex_);
-    Transaction transaction(database_);
-    Query(forgetTokens_).with(now).run();
-    Query(addToken_).with(token.id).with(hash).with(hostId).with(expiresAt).run();
-    transaction.commit();
+    commits_.run([&] {
+        Query(forgetTokens_).with(now).run();
+        Query(addToken_).with(token.id).with(hash).with(hostId).with(expiresAt).run();
+    });
     return token;
 }
 
 bool Store::isTokenValid(const Secret& token, const std::string& hostId, std::int64_t now)
 {
-    const std::lock_guard lock(mutex_);
+    const std::lock_guard lock(readMutex_);
     Query query(readToken_);
     query.with(token.id).with(hostId).with(now);
     return query.next() && token.matches(query.text(0));
@@ -224,26 +236,33 @@ bool Store::isTokenValid(const Secret& token, const std::string& hostId, std::in
 
 Store::Stored Store::putHost(const Identity& identity, std::string_view record)
 {
-    const std::lock_guard lock(mutex_);
-    Query(putHost_).with(record).with(identity.hostId).run();
-    return database_.changes() == 1 ? Stored::done : Stored::noIdentity;
+    Stored stored = Stored::noIdentity;
+    commits_.run([&] {
+        Query(putHost_).with(record).with(identity.hostId).run();
+        if (database_.changes() == 1)
+            stored = Stored::done;
+    });
+    return stored;
 }
 
 Store::Stored Store::addHost(const Identity& identity, std::string_view record)
 {
-    const std::lock_guard lock(mutex_);
-    Transaction transaction(database_);
-    if (Query query(readHost_); query.with(identity.hostId).next())
-        return Stored::exists;
-    Query(addHost_).with(record).with(identity.hostId).run();
-    const bool entered = database_.changes() == 1;
-    transaction.commit();
-    return entered ? Stored::done : Stored::noIdentity;
+    Stored stored = Stored::noIdentity;
+    commits_.run([&] {
+        if (Query query(checkHost_); query.with(identity.hostId).next()) {
+            stored = Stored::exists;
+            return;
+        }
+        Query(addHost_).with(record).with(identity.hostId).run();
+        if (database_.changes() == 1)
+            stored = Stored::done;
+    });
+    return stored;
 }
 
 std::optional<std::string> Store::findHost(const std::string& hostId)
 {
-    const std::lock_guard lock(mutex_);
+    const std::lock_guard lock(readMutex_);
     Query query(readHost_);
     query.with(hostId);
     if (!query.next())
@@ -253,14 +272,17 @@ std::optional<std::string> Store::findHost(const std::string& hostId)
 
 bool Store::deleteHost(const std::string& hostId)
 {
-    const std::lock_guard lock(mutex_);
-    Query(deleteHost_).with(hostId).run();
-    return database_.changes() == 1;
+    bool isDeleted = false;
+    commits_.run([&] {
+        Query(deleteHost_).with(hostId).run();
+        isDeleted = database_.changes() == 1;
+    });
+    return isDeleted;
 }
 
 std::string Store::listHosts(HostPlace& place)
 {
-    const std::lock_guard lock(mutex_);
+    const std::lock_guard lock(readMutex_);
     const HostPlace after = place;
     Query query(listPart_);
     query.with(after.hostName).with(after.hostId);
@@ -276,7 +298,7 @@ std::string Store::listHosts(HostPlace& place)
 
 std::string Store::listHosts(const std::string& hostName)
 {
-    const std::lock_guard lock(mutex_);
+    const std::lock_guard lock(readMutex_);
     Query query(listNamed_);
     query.with(hostName);
     return asArray(query);

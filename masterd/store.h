@@ -1,6 +1,7 @@
 /// The host database: identities, invitations, tokens and host records, in one SQLite file.
 #pragma once
 
+#include "masterd/commit_group.h"
 #include "masterd/identity.h"
 #include "masterd/secret.h"
 #include "masterd/sqlite.h"
@@ -24,7 +25,9 @@ struct HostPlace {
 
 /// Safe for use by several threads, and beside other processes that open the same file. Every operation
 /// throws SqliteError when the database fails; what it did is then undone. One that returns after a change
-/// has it on the disk. Times are Unix seconds.
+/// has it on the disk; threads that change something at the same time share the disk's sync (CommitGroup).
+/// Reading has a connection of its own: it waits for no sync, and sees only what is on the disk. Times are
+/// Unix seconds.
 class Store {
 public:
     /// Makes the file (mode 0600) when it is absent, and in it what is missing of the database; what is
@@ -81,27 +84,33 @@ public:
     /// The records of the hosts with exactly this name as a JSON array, in the same order.
     std::string listHosts(const std::string& hostName);
 
-private:
-    bool isInvitationOpen(const Secret& invitation, std::int64_t now, Identity* invited);
+    /// Changes that wait for the disk to be done with those before them.
+    [[nodiscard]] std::size_t waitingChanges() const { return commits_.waiting(); }
 
-    std::mutex mutex_;
-    Database database_;
+private:
+    Database database_; ///< the changing operations'
+    CommitGroup commits_;
     Statement addInvitation_;
-    Statement readInvitation_;
+    Statement checkInvitation_;
     Statement useInvitation_;
     Statement withdrawInvitations_;
     Statement addIdentity_;
-    Statement readIdentity_;
     Statement revokeIdentities_;
     Statement forgetTokens_;
     Statement forgetRevokedTokens_;
     Statement addToken_;
-    Statement readToken_;
     Statement putHost_;
+    Statement checkHost_;
     Statement addHost_;
-    Statement readHost_;
     Statement deleteHost_;
     Statement deleteRevokedHosts_;
+
+    std::mutex readMutex_;
+    Database readDatabase_; ///< the reading operations'
+    Statement readInvitation_;
+    Statement readIdentity_;
+    Statement readToken_;
+    Statement readHost_;
     Statement listPart_;
     Statement listNamed_;
 };

@@ -1,18 +1,101 @@
 #include "tests/unit/masterd/failing_calls.h"
 
+#include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <new>
+#include <sqlite3.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 namespace {
 
 thread_local bool isAllocationFailing = false;
 
+std::mutex heldSyncsMutex;
+tests::HeldSyncs* heldSyncs = nullptr;
+
+/// SQLite's names for the call that it writes with; which one depends on how it was built.
+constexpr std::array<const char*, 2> WRITE_CALLS{"pwrite", "pwrite64"};
+
+ssize_t refuseToWrite(int /*descriptor*/, const void* /*data*/, std::size_t /*size*/, off_t /*offset*/)
+{
+    errno = ENOSPC;
+    return -1;
+}
+
+/// Null: SQLite's own calls again.
+void setWriteCalls(ssize_t (*call)(int, const void*, std::size_t, off_t))
+{
+    sqlite3_vfs* const system = sqlite3_vfs_find(nullptr);
+    for (const char* name : WRITE_CALLS)
+        system->xSetSystemCall(system, name, reinterpret_cast<sqlite3_syscall_ptr>(call));
+}
+
 } // namespace
 
 namespace tests {
+
+HeldSyncs::HeldSyncs()
+{
+    const std::lock_guard lock(heldSyncsMutex);
+    heldSyncs = this;
+}
+
+HeldSyncs::~HeldSyncs()
+{
+    {
+        const std::lock_guard lock(heldSyncsMutex);
+        heldSyncs = nullptr;
+    }
+    std::unique_lock lock(mutex_);
+    isOver_ = true;
+    changed_.notify_all();
+    changed_.wait(lock, [this] { return held_ == 0; });
+}
+
+bool HeldSyncs::await()
+{
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, std::chrono::seconds(60), [this] { return held_ > mayGo_; });
+}
+
+void HeldSyncs::letOneGo()
+{
+    const std::lock_guard lock(mutex_);
+    ++mayGo_;
+    changed_.notify_all();
+}
+
+void HeldSyncs::waitWhileHeld()
+{
+    std::unique_lock owner(heldSyncsMutex);
+    if (heldSyncs == nullptr)
+        return;
+    HeldSyncs& held = *heldSyncs;
+    std::unique_lock lock(held.mutex_); // before the other is free: it lives until this one has gone
+    owner.unlock();
+    ++held.held_;
+    held.changed_.notify_all();
+    held.changed_.wait(lock, [&] { return held.isOver_ || held.mayGo_ > 0; });
+    if (!held.isOver_)
+        --held.mayGo_;
+    --held.held_;
+    held.changed_.notify_all();
+}
+
+FullDisk::FullDisk()
+{
+    setWriteCalls(refuseToWrite);
+}
+
+FullDisk::~FullDisk()
+{
+    setWriteCalls(nullptr);
+}
 
 FailingAllocation::FailingAllocation()
 {
@@ -79,6 +162,17 @@ int __wrap_rename(const char* from, const char* to)
 {
     tests::lastRenamed = from;
     return __real_rename(from, to);
+}
+
+int fdatasync(int descriptor)
+{
+    ++tests::syncs;
+    tests::HeldSyncs::waitWhileHeld();
+    if (const int fault = tests::syncFault; fault != 0) {
+        errno = fault;
+        return -1;
+    }
+    return static_cast<int>(syscall(SYS_fdatasync, descriptor));
 }
 
 int __wrap_fsync(int descriptor)

@@ -4,10 +4,12 @@
 #include "tests/unit/masterd/failing_calls.h"
 #include "tests/unit/masterd/raw_tls_client.h"
 #include "tests/unit/masterd/running_service.h"
+#include "tests/unit/masterd/until.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
 #include <filesystem>
+#include <future>
 #include <gtest/gtest.h>
 #include <netinet/tcp.h>
 #include <pthread.h>
@@ -268,6 +270,85 @@ TEST(ServiceUnderLoad, LargeListArrivesWholeInChunksUnderGzipAndToOldClients)
     const std::string answer = old.receiveAll();
     EXPECT_EQ(answer.find("Transfer-Encoding"), std::string::npos);
     EXPECT_EQ(answer.substr(std::min(answer.find("\r\n\r\n") + 4, answer.size())), plain->body);
+}
+
+/// A service whose disk is not done with the first of several writes, and their answers.
+class ServiceWithWaitingWriters : public testing::Test {
+protected:
+    static constexpr std::size_t WRITERS = 4;
+
+    ServiceWithWaitingWriters()
+    {
+        for (std::size_t i = 0; i < WRITERS; ++i)
+            hosts_.push_back(std::make_unique<Host>(service_, "h" + std::to_string(i)));
+    }
+
+    std::future<int> startWrite(const Host& host) const
+    {
+        return std::async(std::launch::async, [&host] {
+            const httplib::Result result =
+                host.client()->Put(host.path(), host.bearer(), "{\"osType\":\"new\"}", "application/json");
+            return result ? result->status : -1;
+        });
+    }
+    void startWrites(tests::HeldSyncs& held)
+    {
+        answers_.push_back(startWrite(*hosts_.front()));
+        ASSERT_TRUE(held.await());
+        for (std::size_t i = 1; i < WRITERS; ++i)
+            answers_.push_back(startWrite(*hosts_[i]));
+        ASSERT_TRUE(tests::until([this] { return service_.service().waitingChanges() == WRITERS - 1; }));
+    }
+    std::vector<int> statuses()
+    {
+        std::vector<int> statuses;
+        for (std::future<int>& answer : answers_)
+            statuses.push_back(answer.get());
+        return statuses;
+    }
+    std::size_t countStored()
+    {
+        masterd::HostPlace place;
+        const std::string list = '[' + service_.store().listHosts(place) + ']';
+        return json_array_size(tq::JsonRef(json_loads(list.c_str(), 0, nullptr)).get());
+    }
+
+    RunningService service_;
+    std::vector<std::unique_ptr<Host>> hosts_;
+    std::vector<std::future<int>> answers_;
+};
+
+TEST_F(ServiceWithWaitingWriters, AnswersThemAllWhenItIsStopped)
+{
+    std::future<bool> stopped;
+    {
+        tests::HeldSyncs held;
+        startWrites(held);
+        stopped = std::async(std::launch::async, [this] { return service_.stop(); });
+        EXPECT_EQ(stopped.wait_for(milliseconds(50)), std::future_status::timeout);
+    }
+    EXPECT_EQ(statuses(), std::vector<int>(WRITERS, 200));
+    EXPECT_TRUE(stopped.get());
+    EXPECT_EQ(countStored(), WRITERS);
+}
+
+TEST_F(ServiceWithWaitingWriters, RefusesThemAllWhenTheDiskIsFull)
+{
+    testing::internal::CaptureStderr();
+    std::optional<tests::FullDisk> full;
+    {
+        tests::HeldSyncs held;
+        startWrites(held);
+        full.emplace();
+    }
+    EXPECT_EQ(statuses(), (std::vector<int>{200, 500, 500, 500}));
+    const std::string told = testing::internal::GetCapturedStderr();
+    EXPECT_NE(told.find("tqmasterd: a request failed: database or disk is full\n"), std::string::npos)
+        << told;
+    EXPECT_EQ(countStored(), 1U);
+    full.reset();
+    EXPECT_EQ(startWrite(*hosts_.back()).get(), 200);
+    EXPECT_EQ(countStored(), 2U);
 }
 
 } // namespace

@@ -1,7 +1,10 @@
 #include "masterd/store.h"
+#include "tests/unit/masterd/failing_calls.h"
+#include "tests/unit/masterd/until.h"
 #include "tests/unit/scratch_directory.h"
 
 #include <atomic>
+#include <future>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 #include <thread>
@@ -336,6 +339,78 @@ TEST_F(Store, RecordThatComesAfterTheRevocationIsNotStored)
     EXPECT_EQ(store().putHost(identity, "{}"), Stored::noIdentity);
     EXPECT_EQ(store().addHost(identity, "{}"), Stored::noIdentity);
     EXPECT_EQ(listed(), "[]");
+}
+
+TEST_F(Store, RecordOfARevokedIdentityAmongGoodOnesIsRefusedAlone)
+{
+    const Identity one = enrolled("id-1", "h1");
+    const Identity two = enrolled("id-2", "h2");
+    const Identity revoked = enrolled("id-3", "h3");
+    const auto put = [this](const Identity& identity) {
+        return std::async(std::launch::async, [this, &identity] { return store_->putHost(identity, "{}"); });
+    };
+    std::future<masterd::Store::Revoked> revocation;
+    std::future<Stored> before, after, other;
+    {
+        tests::HeldSyncs held;
+        revocation = std::async(std::launch::async, [this] { return store_->revoke("h3", NOW); });
+        ASSERT_TRUE(held.await());
+        before = put(one);
+        after = put(revoked);
+        other = put(two);
+        ASSERT_TRUE(tests::until([this] { return store_->waitingChanges() == 3; }));
+    }
+    EXPECT_EQ(revocation.get().identities, 1);
+    EXPECT_EQ(before.get(), Stored::done);
+    EXPECT_EQ(after.get(), Stored::noIdentity);
+    EXPECT_EQ(other.get(), Stored::done);
+    EXPECT_EQ(listed(), "[{},{}]");
+}
+
+TEST_F(Store, NothingOfAnIdentityIsStoredAfterItsRevocationHasReturned)
+{
+    constexpr int HOSTS = 6;
+    std::atomic<bool> isRevoked = false;
+    std::atomic<int> refused = 0;
+    std::vector<std::thread> writers;
+    writers.reserve(HOSTS);
+    for (int i = 0; i < HOSTS; ++i)
+        writers.emplace_back([&, identity = enrolled("id-" + std::to_string(i), "h1")] {
+            for (;;) {
+                const bool wasRevoked = isRevoked;
+                if (store_->putHost(identity, "{}") == Stored::noIdentity) {
+                    ++refused;
+                    return;
+                }
+                ASSERT_FALSE(wasRevoked);
+            }
+        });
+    EXPECT_TRUE(tests::until([this] { return !store_->listHosts("h1").empty(); }));
+    EXPECT_EQ(masterd::Store(path_).revoke("h1", NOW).identities, HOSTS); // as another process would
+    isRevoked = true;
+    for (std::thread& writer : writers)
+        writer.join();
+    EXPECT_EQ(refused, HOSTS);
+    EXPECT_EQ(listed(), "[]");
+}
+
+TEST_F(Store, ReadingWaitsForNoSyncAndSeesOnlyWhatIsOnTheDisk)
+{
+    const Identity identity = enrolled("id-1", "h1");
+    const Secret token = store().issueToken("id-1", NOW, LATER);
+    store().putHost(identity, "1");
+    std::future<Stored> put;
+    {
+        tests::HeldSyncs held;
+        put = std::async(std::launch::async, [&] { return store_->putHost(identity, "2"); });
+        ASSERT_TRUE(held.await());
+        EXPECT_TRUE(store().findIdentity("id-1"));
+        EXPECT_TRUE(store().isTokenValid(token, "id-1", NOW));
+        EXPECT_EQ(store().findHost("id-1"), "1");
+        EXPECT_EQ(listed(), "[1]");
+    }
+    EXPECT_EQ(put.get(), Stored::done);
+    EXPECT_EQ(listed(), "[2]");
 }
 
 TEST_F(Store, SeesAtOnceWhatAnotherProcessDid)
