@@ -5,13 +5,12 @@
 // TEXT". The files are made in FOLDER and removed after each command, as the command runner does; a pipe is
 // read to its end.
 
+#include <array>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
-#include <iostream>
+#include <cstring>
 #include <string>
 #include <unistd.h>
-#include <vector>
 
 namespace {
 
@@ -37,38 +36,38 @@ bool runThroughPipe(const std::string& text)
     FILE* pipe = popen(text.c_str(), "re");
     if (!pipe)
         return false;
-    char buffer[128];
-    while (std::fgets(buffer, sizeof buffer, pipe)) {
+    std::array<char, 128> buffer{};
+    while (std::fgets(buffer.data(), buffer.size(), pipe)) {
     }
     return pclose(pipe) != -1;
 }
 
-std::vector<std::string> readLines(const char* path)
+/// One line of the list: the way, one blank, the text.
+bool runLine(const std::string& line, const std::string& folder)
 {
-    std::ifstream file(path);
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(file, line);)
-        lines.push_back(line);
-    return lines;
+    const std::size_t blank = line.find(' ');
+    const std::string text = line.substr(blank + 1);
+    return line.compare(0, blank, "system") == 0 ? runThroughSystem(text, folder) : runThroughPipe(text);
 }
 
 } // namespace
 
 int main(int argc, char* argv[])
 {
-    if (argc != 3) {
-        std::cerr << "usage: floor LIST FOLDER\n";
+    // The C library's streams alone: those of C++ would set up a locale that no floor needs.
+    FILE* list = argc == 3 ? std::fopen(argv[1], "re") : nullptr;
+    if (!list) {
+        std::fprintf(stderr, "usage: floor LIST FOLDER\n");
         return 2;
     }
-    for (const std::string& line : readLines(argv[1])) {
-        const std::size_t blank = line.find(' ');
-        const std::string text = line.substr(blank + 1);
-        const bool good =
-            line.substr(0, blank) == "system" ? runThroughSystem(text, argv[2]) : runThroughPipe(text);
-        if (!good) {
-            std::cerr << "floor: cannot start: " << text << '\n';
+    std::array<char, 4096> line{};
+    while (std::fgets(line.data(), line.size(), list)) {
+        line[std::strcspn(line.data(), "\n")] = '\0';
+        if (!runLine(line.data(), argv[2])) {
+            std::fprintf(stderr, "floor: cannot start: %s\n", line.data());
             return 1;
         }
     }
+    std::fclose(list);
     return 0;
 }

@@ -1,0 +1,34 @@
+// Reads all hosts from a master server and looks at nothing but the clock.
+//
+// usage: fetch-list ADDRESS AUTHORITY_PEM AGENTS
+// Prints {"ms": <from the reply's first byte to its last>, "firstMs": <from the request to the first byte>,
+// "bytes": <of the reply>}.
+
+#include "bench/agent.h"
+#include "bench/failure.h"
+#include "bench/https_client.h"
+#include "bench/statistics.h"
+
+#include <cstdio>
+
+int main(int argc, char* argv[])
+{
+    return bench::runProgram("fetch-list", [&] {
+        if (argc != 4)
+            throw bench::Failure("usage: fetch-list ADDRESS AUTHORITY_PEM AGENTS");
+        const bench::TlsContext context = bench::makeClientContext(argv[2]);
+        const std::vector<bench::Agent> agents = bench::readAgents(argv[3]);
+        bench::HttpsConnection connection(*context, argv[1], &agents.front());
+        std::vector<char> part(std::size_t{1} << 18);
+        const double asked = bench::now();
+        connection.send({"GET", "/torquenix/config/hosts/", "", true});
+        std::size_t bytes = connection.read(part.data(), part.size());
+        const double first = bench::now();
+        if (std::string_view(part.data(), bytes).substr(0, 12) != "HTTP/1.1 200")
+            throw bench::Failure("the list of hosts was refused");
+        while (const std::size_t got = connection.read(part.data(), part.size()))
+            bytes += got;
+        std::printf("{\"ms\": %.3f, \"firstMs\": %.3f, \"bytes\": %zu}\n", (bench::now() - first) * 1e3,
+                    (first - asked) * 1e3, bytes);
+    });
+}

@@ -1,0 +1,40 @@
+"""Where and when figures were measured, and the place of a table in a document."""
+
+import datetime
+import os
+import pathlib
+import re
+import subprocess
+
+BEGIN = "<!-- bench/run --write: begin -->"
+END = "<!-- bench/run --write: end -->"
+
+
+def processor():
+    text = pathlib.Path("/proc/cpuinfo").read_text()
+    model = re.search(r"^model name\s*: (.*)$", text, re.M)
+    return model[1] if model else os.uname().machine
+
+
+def commit(top):
+    result = subprocess.run(
+        ["git", "-C", top, "rev-parse", "--short", "HEAD"], capture_output=True, text=True, check=False
+    )
+    return result.stdout.strip() or "unknown"
+
+
+def description(top):
+    """One line: day, kernel, processors and commit."""
+    day = datetime.date.today().isoformat()
+    return f"{day}, Linux {os.uname().release}, {os.cpu_count()} processors ({processor()}), commit {commit(top)}"
+
+
+def replaced(text, table, description_line):
+    """A document with a table between its two marks in the place of an earlier one."""
+    before, rest = text.split(BEGIN)
+    _, after = rest.split(END)
+    return f"{before}{BEGIN}\n{description_line}\n\n{table}{END}{after}"
+
+
+def write_table(document, table):
+    document.write_text(replaced(document.read_text(), table, description(document.parent.parent)))
