@@ -1,5 +1,6 @@
 #include "hostdb/tqclntdb_svchandler.h"
 
+#include "hostdb/json_arena.h"
 #include "hostdb/tqclntdb_json.h"
 #include "hostdb/tqhost_cachehandler.h"
 #include "hostdb/web_service_exception.h"
@@ -25,10 +26,13 @@ void requireHttpStatus(const TQClientCURL& client, std::int64_t expected)
         throw WebServiceException(client.httpStatus, client.responseBody);
 }
 
-/// The converter addresses records of an array, so that a single object is read as its record 0.
-std::string wrapped(const std::string& body)
+/// The converter addresses records of an array, so that a single object is read as its record 0. In place:
+/// the list of a fleet is not copied.
+std::string wrapped(std::string body)
 {
-    return "[" + body + "]";
+    body.insert(0, 1, '[');
+    body += ']';
+    return body;
 }
 
 /// Whether the text loads and its first record holds a list of hosts, which the converter then holds.
@@ -107,7 +111,7 @@ int CTQHostDBServiceHandler::getHost(CHostInformation& out, const std::string& h
         return status;
     requireHttpStatus(client, HTTP_OK);
 
-    const std::string text = wrapped(client.responseBody);
+    const std::string text = wrapped(std::move(client.responseBody));
     const bool found = byName ? readFirstHost(out, text) : out.getHostObj(text) != 0;
     if (!found) {
         LogLine(LogLevel::error, CONTEXT) << "Unable to get host information from server response.\n";
@@ -125,7 +129,7 @@ int CTQHostDBServiceHandler::getHostByHostId(CHostInformation& out, const std::s
         return status;
     }
     requireHttpStatus(client, HTTP_OK);
-    if (out.getHostObj(wrapped(client.responseBody)) == 0) {
+    if (out.getHostObj(wrapped(std::move(client.responseBody))) == 0) {
         LogLine(LogLevel::error, CONTEXT) << "getHostByHostId, getHostObj returned false : \n";
         return EC_unexpected_reply;
     }
@@ -139,10 +143,12 @@ int CTQHostDBServiceHandler::getAllHosts(std::vector<CHostInformation>& list)
         return status;
     requireHttpStatus(client, HTTP_OK);
 
+    const JsonArena arena(client.responseBody.size());
     JSONConverter converter;
-    if (!descendToHosts(converter, wrapped(client.responseBody)))
+    if (!descendToHosts(converter, wrapped(std::move(client.responseBody))))
         return 0;
     const std::size_t count = converter.GetNumberOfRecords();
+    list.reserve(list.size() + count);
     for (std::size_t index = 0; index < count; ++index) {
         CHostInformation host;
         host.getHostObj(converter, index);

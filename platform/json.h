@@ -1,7 +1,6 @@
 /// Owning jansson values.
 #pragma once
 
-#include <cstdlib>
 #include <jansson.h>
 #include <memory>
 
@@ -12,7 +11,13 @@ struct JsonRelease {
 };
 
 struct JsonTextRelease {
-    void operator()(char* text) const { std::free(text); }
+    /// Back to where jansson's hooks have taken it from.
+    void operator()(char* text) const
+    {
+        json_free_t release = nullptr;
+        json_get_alloc_funcs(nullptr, &release);
+        release(text);
+    }
 };
 
 /// A reference to a jansson value that is released with its scope.

@@ -1,5 +1,6 @@
 #include "platform/log_entry.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <ctime>
@@ -112,11 +113,21 @@ std::string timeText(std::chrono::system_clock::time_point time)
     return text.data();
 }
 
+/// Bytes at the start of a text that are shown as they are: nearly always all of them.
+std::size_t plainLength(std::string_view text)
+{
+    const auto* end =
+        std::find_if(text.begin(), text.end(), [](char byte) { return byte < ' ' || byte > '~'; });
+    return static_cast<std::size_t>(end - text.begin());
+}
+
 /// Appends a context. Returns the bytes left out.
 std::size_t appendContext(std::string& entry, std::string_view context)
 {
     const std::string_view shown = context.substr(0, CONTEXT_MAX_BYTES);
-    for (std::size_t position = 0; position < shown.size();)
+    std::size_t position = plainLength(shown);
+    entry += shown.substr(0, position);
+    while (position < shown.size())
         position += appendCharacter(entry, shown.substr(position));
     return context.size() - shown.size();
 }
@@ -127,7 +138,12 @@ std::size_t appendText(std::string& entry, std::string_view text)
 {
     std::size_t cutLength = entry.size();
     std::size_t cutPosition = 0;
-    for (std::size_t position = 0; position < text.size();) {
+    std::size_t position = 0;
+    if (entry.size() + text.size() + NOTE_MAX_BYTES <= LOG_ENTRY_MAX_BYTES) {
+        position = plainLength(text);
+        entry += text.substr(0, position);
+    }
+    while (position < text.size()) {
         if (entry.size() + NOTE_MAX_BYTES <= LOG_ENTRY_MAX_BYTES) {
             cutLength = entry.size();
             cutPosition = position;

@@ -322,6 +322,18 @@ TEST_F(ServiceHandler, AListThatCannotBeReadAddsNothingAndIsNoFailure)
     }
 }
 
+TEST_F(ServiceHandler, AListWithAServerThatIsNoTextThrowsAndTakesItsMemoryWithIt)
+{
+    answer(200, R"({"hosts":[{"uuid":"a","servers":[7]}]})");
+    std::vector<CHostInformation> list;
+    EXPECT_THROW(handler_.getAllHosts(list), std::logic_error);
+    json_malloc_t take = nullptr;
+    json_free_t release = nullptr;
+    json_get_alloc_funcs(&take, &release);
+    EXPECT_EQ(take, &std::malloc);
+    EXPECT_EQ(release, &std::free);
+}
+
 TEST_F(ServiceHandler, AStatusOfTheClientIsReturnedByGetAllHosts)
 {
     answerNothing(7621);
