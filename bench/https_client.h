@@ -58,6 +58,9 @@ public:
     /// length.
     HttpReply ask(const Request& request);
 
+    /// Requests from now on carry this token in place of the agent's.
+    void setToken(std::string token) { token_ = std::move(token); }
+
     /// Sends a request without reading anything.
     void send(const Request& request);
 
