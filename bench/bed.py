@@ -1,4 +1,4 @@
-"""What all groups of rows stand on: the bench's own programs, a sandbox with a host in it, and rows that take turns."""
+"""What all groups of rows stand on: the bench's own programs, a host in a sandbox, rows that take turns."""
 
 import contextlib
 import dataclasses
@@ -14,6 +14,7 @@ TOP = pathlib.Path(__file__).resolve().parent.parent
 sys.path.insert(0, str(TOP / "tests" / "support"))
 
 from sandbox import BIN_DIR, Sandbox  # noqa: E402
+from verdicts import Row  # noqa: E402
 
 COMMAND = f"{BIN_DIR}/tqhostdbcmd"
 IMAGE = "rhel7-physical"  # names no hypervisor, has every tool: the longest list of external commands
@@ -85,7 +86,7 @@ def host(settings, name):
 
 
 def simplify_tools(box):
-    """Takes the record of their calls out of the image's tools: it would cost more than what they stand for."""
+    """Takes the record of calls out of the image's tools: it would cost more than what they stand for."""
     for tool in box.local_sbin.iterdir():
         lines = [line for line in tool.read_text().splitlines(True) if ">>/shared/output/tools" not in line]
         tool.write_text("".join(lines))
@@ -144,7 +145,23 @@ def median_ratio(over, under):
     return statistics.median(a / b for a, b in zip(over, under, strict=True))
 
 
+def in_megabytes(size):
+    return f"{size / MEGABYTE:.1f} MB"
+
+
+def added(one, other):
+    """Two rows as if each round had run one after the other."""
+    wall = [a + b for a, b in zip(one.wall, other.wall, strict=True)]
+    cpu = [a + b for a, b in zip(one.cpu, other.cpu, strict=True)]
+    return Timing(wall, cpu, max(one.peak, other.peak))
+
+
 def pairs_note(over, under):
     """What a ratio of two rows was computed from. CPU time tells more than wall time on a busy machine."""
     cpu = median_ratio(over.cpu, under.cpu)
     return f"{over.median:.1f} / {under.median:.1f} ms, CPU {cpu:.2f}, {len(over.wall)} pairs"
+
+
+def ratio_row(goal, over, under, note=""):
+    """The row of a ratio of two timings."""
+    return Row(goal, median_ratio(over.wall, under.wall), note + pairs_note(over, under))

@@ -1,8 +1,8 @@
 // Reads all hosts from a master server and looks at nothing but the clock.
 //
-// usage: fetch-list ADDRESS AUTHORITY_PEM AGENTS
+// usage: fetch-list ADDRESS AUTHORITY_PEM AGENTS SERVER_PID
 // Prints {"ms": <from the reply's first byte to its last>, "firstMs": <from the request to the first byte>,
-// "bytes": <of the reply>}.
+// "bytes": <of the reply>, "cpuMs": <of the server>}.
 
 #include "bench/agent.h"
 #include "bench/failure.h"
@@ -10,16 +10,19 @@
 #include "bench/statistics.h"
 
 #include <cstdio>
+#include <cstdlib>
 
 int main(int argc, char* argv[])
 {
     return bench::runProgram("fetch-list", [&] {
-        if (argc != 4)
-            throw bench::Failure("usage: fetch-list ADDRESS AUTHORITY_PEM AGENTS");
+        if (argc != 5)
+            throw bench::Failure("usage: fetch-list ADDRESS AUTHORITY_PEM AGENTS SERVER_PID");
+        const auto server = static_cast<pid_t>(std::strtol(argv[4], nullptr, 10));
         const bench::TlsContext context = bench::makeClientContext(argv[2]);
         const std::vector<bench::Agent> agents = bench::readAgents(argv[3]);
         bench::HttpsConnection connection(*context, argv[1], &agents.front());
         std::vector<char> part(std::size_t{1} << 18);
+        const double cpu = bench::cpuSecondsOf(server);
         const double asked = bench::now();
         connection.send({"GET", "/torquenix/config/hosts/", "", true});
         std::size_t bytes = connection.read(part.data(), part.size());
@@ -28,7 +31,9 @@ int main(int argc, char* argv[])
             throw bench::Failure("the list of hosts was refused");
         while (const std::size_t got = connection.read(part.data(), part.size()))
             bytes += got;
-        std::printf("{\"ms\": %.3f, \"firstMs\": %.3f, \"bytes\": %zu}\n", (bench::now() - first) * 1e3,
-                    (first - asked) * 1e3, bytes);
+        const double last = bench::now();
+        std::printf("{\"ms\": %.3f, \"firstMs\": %.3f, \"bytes\": %zu, \"cpuMs\": %.3f}\n",
+                    (last - first) * 1e3, (first - asked) * 1e3, bytes,
+                    (bench::cpuSecondsOf(server) - cpu) * 1e3);
     });
 }

@@ -32,8 +32,10 @@ def add_invitations(database, names):
 
 
 def add_hosts(database, reply):
-    """Enters the hosts of a file in the form of a full read's reply, behind a server that is stopped: what enrolments
-    and updates would leave, a row of identity and a row of record each."""
+    """Enters the hosts of a file in the form of a full read's reply, behind a server that is stopped.
+
+    A row of identity and a row of record each is what enrolments and updates leave.
+    """
     hosts = json.loads(reply.read_text())["hosts"]
     with opened(database) as connection:
         connection.executemany(

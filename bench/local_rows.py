@@ -5,9 +5,13 @@ import re
 import bed
 from verdicts import Goal, Row
 
-OF_LIBRARIES = Goal("local", "`-localinfo` wall / the same lines by a program linked with the same libraries", 1.10)
+OF_LIBRARIES = Goal(
+    "local", "`-localinfo` wall / the same lines by a program linked with the same libraries", 1.10
+)
 OF_BARE = Goal("local", "`-localinfo` wall / the bare floor (no libraries), full list of lines", 1.12)
-LEFT = Goal("local", "processes beyond the prescribed lines, zombies, temporary files left", 0, shown="{:.0f}")
+LEFT = Goal(
+    "local", "processes beyond the prescribed lines, zombies, temporary files left", 0, shown="{:.0f}"
+)
 PEAK = Goal("local", "peak memory of `-localinfo`", 16, shown="{:.1f} MB")
 
 TRACE = "/shared/output/trace"
@@ -112,12 +116,12 @@ def measure(settings):
             {"label": "libraries", "argv": ["/bench/floor-with-libraries", *FLOOR[1:]]},
             {"label": "-localinfo", "argv": [bed.COMMAND, "-localinfo"]},
         ]
-        timings = bed.take_turns(box, rows, settings.rounds)
+        timings = bed.take_turns(box, rows, settings.rounds * settings.scaled(2))
     local, bare, libraries = (timings[label] for label in ("-localinfo", "bare", "libraries"))
     note = f"{lines} lines: "
     return [
-        Row(OF_LIBRARIES, bed.median_ratio(local.wall, libraries.wall), note + bed.pairs_note(local, libraries)),
-        Row(OF_BARE, bed.median_ratio(local.wall, bare.wall), note + bed.pairs_note(local, bare)),
+        bed.ratio_row(OF_LIBRARIES, local, libraries, note),
+        bed.ratio_row(OF_BARE, local, bare, note),
         Row(LEFT, sum(map(abs, beyond)), "{} processes, {} zombies, {} files".format(*beyond)),
-        Row(PEAK, local.peak / bed.MEGABYTE),
+        Row(PEAK, local.peak / bed.MEGABYTE, f"the libraries alone {bed.in_megabytes(libraries.peak)}"),
     ]

@@ -26,7 +26,8 @@ def commit(top):
 def description(top):
     """One line: day, kernel, processors and commit."""
     day = datetime.date.today().isoformat()
-    return f"{day}, Linux {os.uname().release}, {os.cpu_count()} processors ({processor()}), commit {commit(top)}"
+    kernel = f"Linux {os.uname().release}"
+    return f"{day}, {kernel}, {os.cpu_count()} processors ({processor()}), commit {commit(top)}"
 
 
 def replaced(text, table, description_line):

@@ -1,4 +1,4 @@
-// Times whole processes, several rows in turn (A B C A B C ...), so that drift of the machine hits all alike.
+// Times whole processes, several rows in turn (A B C B C A ...), so that drift of the machine hits all alike.
 //
 // usage: turns <REQUEST
 // REQUEST: {"rounds": N, "warmUp": N, "rows": [{"label": TEXT, "argv": [TEXT ...], "remove": [PATH ...],
@@ -31,7 +31,6 @@ struct Row {
     std::vector<std::string> removed;
     std::string linkPath;
     std::string linkTarget;
-    long every = 1;
 
     json_t* wall = json_array();
     json_t* cpu = json_array();
@@ -73,8 +72,6 @@ Row readRow(const json_t* request)
     row.removed = texts(json_object_get(request, "remove"));
     row.linkPath = textOf(json_object_get(request, "link"), "path");
     row.linkTarget = textOf(json_object_get(request, "link"), "target");
-    if (const json_t* every = json_object_get(request, "every"); every != nullptr)
-        row.every = static_cast<long>(json_integer_value(every));
     return row;
 }
 
@@ -132,10 +129,9 @@ void takeTurns(std::vector<Row>& rows, long warmUp, long rounds)
     for (const int descriptor : {1, 2})
         posix_spawn_file_actions_addopen(&actions, descriptor, "/dev/null", O_WRONLY, 0);
     for (long round = -warmUp; round < rounds; ++round) {
-        for (Row& row : rows) {
-            if (round < 0 || round % row.every == 0)
-                run(row, actions, round >= 0);
-        }
+        // Each round begins with another row, since a run bears something of the one before it.
+        for (std::size_t i = 0; i < rows.size(); ++i)
+            run(rows[(i + static_cast<std::size_t>(round + warmUp)) % rows.size()], actions, round >= 0);
     }
     posix_spawn_file_actions_destroy(&actions);
 }

@@ -44,7 +44,8 @@ def write_own_record(box):
 def three_requests(box, master):
     identity = box.identities()[0]
     files = [f"{IDENTITY}/{identity[kind]}" for kind in ("caCertificates", "certificate", "privateKey")]
-    return ["/bench/three-requests", f"https://{master.name}:1556", *files, identity["hostId"], "/shared/record.json"]
+    url = f"https://{master.name}:1556"
+    return ["/bench/three-requests", url, *files, identity["hostId"], "/shared/record.json"]
 
 
 def measure(settings):
@@ -53,7 +54,7 @@ def measure(settings):
         bed.enrolled_with(box, master)
         connections = connections_of_a_first_update(box)
         write_own_record(box)
-        # Each update after the bare program's finds another record to replace, and each of the latter's, too.
+        # The bare program sends a record of its own, so that each update that sends has something to replace.
         rows = [
             {"label": "-localinfo", "argv": [bed.COMMAND, "-localinfo"]},
             {"label": "unchanged", "argv": [bed.COMMAND, "-update"]},
@@ -61,14 +62,20 @@ def measure(settings):
             {"label": "first", "argv": [bed.COMMAND, "-update"], "remove": state_of_an_update(box)},
             {"label": "forced", "argv": [bed.COMMAND, "-update", "-force"]},
         ]
-        timings = bed.take_turns(box, rows, settings.rounds)
+        timings = bed.take_turns(box, rows, settings.rounds * settings.scaled(2))
         master.stop()
-    local, unchanged, first, requests = (timings[row] for row in ("-localinfo", "unchanged", "first", "requests"))
-    sums = [one + three for one, three in zip(local.wall, requests.wall, strict=True)]
+    return judged(timings, connections)
+
+
+def judged(timings, connections):
+    """The rows of what was measured."""
+    local, unchanged, first = (timings[label] for label in ("-localinfo", "unchanged", "first"))
+    requests = timings["requests"]
+    peak = max(timings[label].peak for label in ("unchanged", "first", "forced"))
+    peaks = f"unchanged {bed.in_megabytes(unchanged.peak)}, bare requests {bed.in_megabytes(requests.peak)}"
     return [
-        Row(UNCHANGED, bed.median_ratio(unchanged.wall, local.wall), bed.pairs_note(unchanged, local)),
-        Row(FIRST, bed.median_ratio(first.wall, sums),
-            f"{first.median:.1f} / ({local.median:.1f} + {requests.median:.1f}) ms, {settings.rounds} pairs"),
-        Row(PEAK, max(timings[row].peak for row in ("unchanged", "first", "forced")) / bed.MEGABYTE),
+        bed.ratio_row(UNCHANGED, unchanged, local),
+        bed.ratio_row(FIRST, first, bed.added(local, requests), f"three requests {requests.median:.1f} ms: "),
+        Row(PEAK, peak / bed.MEGABYTE, peaks),
         Row(CONNECTIONS, connections),
-    ]  # fmt: skip
+    ]

@@ -5,7 +5,7 @@ import dataclasses
 
 @dataclasses.dataclass(frozen=True)
 class Goal:
-    """What a row has to reach. `shown` is how the issue of figures and goal is written, as for a figure in MB."""
+    """What a row has to reach. `shown` is how its figure and its limit are written."""
 
     group: str
     what: str
