@@ -1,5 +1,7 @@
 #include "hostinfo/tqclntdb_hostinfo.h"
 
+#include <algorithm>
+
 namespace TQCLNTDB {
 
 std::string CHostInformation::SeparateStringValuesByTok(const std::vector<std::string>& list,
@@ -16,6 +18,7 @@ std::string CHostInformation::SeparateStringValuesByTok(const std::vector<std::s
 std::vector<std::string> CHostInformation::stringToVector(const std::string& text, char separator)
 {
     std::vector<std::string> pieces;
+    pieces.reserve(static_cast<std::size_t>(std::count(text.begin(), text.end(), separator)) + 1);
     std::size_t start = 0;
     for (std::size_t end = text.find(separator); end != std::string::npos;
          end = text.find(separator, start)) {

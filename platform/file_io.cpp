@@ -19,7 +19,7 @@ namespace {
 /// What the temporary names of replaceFile begin with; short, so that any base name has room beside it.
 constexpr const char* TEMPORARY_PREFIX = ".tq-new.";
 
-constexpr std::size_t READ_BLOCK = 65536;
+constexpr std::size_t READ_BLOCK = 16384;
 
 struct DirectoryRelease {
     void operator()(DIR* directory) const { closedir(directory); }

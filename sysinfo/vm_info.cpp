@@ -35,7 +35,8 @@ bool contains(const LineBuffer& line, const char* word)
 
 void lower(LineBuffer& line)
 {
-    std::transform(line.begin(), line.end(), line.begin(),
+    char* end = line.data() + std::strlen(line.data());
+    std::transform(line.data(), end, line.data(),
                    [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
 }
 
