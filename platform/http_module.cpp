@@ -44,22 +44,27 @@ bool isCutOff(const char* path)
     return head.e_shoff > fileBytes || tableBytes > fileBytes - head.e_shoff;
 }
 
-TransferResult loadModule(const HttpModule*& module)
+/// The module; null, and why, when it cannot serve.
+const HttpModule* loadModule(TransferResult& failure)
 {
-    if (isCutOff(TQ_HTTP_MODULE))
-        return notLoaded(std::string(TQ_HTTP_MODULE) + " is cut off");
+    if (isCutOff(TQ_HTTP_MODULE)) {
+        failure = notLoaded(std::string(TQ_HTTP_MODULE) + " is cut off");
+        return nullptr;
+    }
     // Never closed: the process ends soon, and libcurl may have left a resolver thread behind.
     void* library = dlopen(TQ_HTTP_MODULE, RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
-    if (library == nullptr)
-        return notLoaded(loaderWords());
-    const auto* found = static_cast<const HttpModule*>(dlsym(library, HTTP_MODULE_SYMBOL));
-    if (found == nullptr)
-        return notLoaded(loaderWords());
-    if (found->release != std::string_view(TQ_RELEASE_NUMBER))
-        return notLoaded(std::string(TQ_HTTP_MODULE) +
-                         " belongs to another release than this program (" TQ_RELEASE_NUMBER ")");
-    module = found;
-    return {};
+    const auto* module =
+        static_cast<const HttpModule*>(library == nullptr ? nullptr : dlsym(library, HTTP_MODULE_SYMBOL));
+    if (module == nullptr) {
+        failure = notLoaded(loaderWords());
+        return nullptr;
+    }
+    if (module->release != std::string_view(TQ_RELEASE_NUMBER)) {
+        failure = notLoaded(std::string(TQ_HTTP_MODULE) +
+                            " belongs to another release than this program (" TQ_RELEASE_NUMBER ")");
+        return nullptr;
+    }
+    return module;
 }
 
 } // namespace
@@ -69,8 +74,10 @@ TransferResult openHttpTransport(const std::string& server, int port, const TlsT
 {
     static const HttpModule* module = nullptr;
     if (module == nullptr) {
-        if (TransferResult result = loadModule(module); result.status != EC_success)
-            return result;
+        TransferResult failure;
+        module = loadModule(failure);
+        if (module == nullptr)
+            return failure;
     }
     transport = module->make(server, port, trust, limits);
     return {};
