@@ -126,7 +126,13 @@ void Query::run()
 
 std::string Query::text(int column) const
 {
-    const auto* data = reinterpret_cast<const char*>(sqlite3_column_text(statement_, column));
+    return std::string(view(column));
+}
+
+std::string_view Query::view(int column) const
+{
+    // As bytes: a text would be copied to stand before a NUL.
+    const auto* data = static_cast<const char*>(sqlite3_column_blob(statement_, column));
     if (data == nullptr)
         return "";
     return {data, static_cast<std::size_t>(sqlite3_column_bytes(statement_, column))};

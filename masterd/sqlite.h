@@ -75,6 +75,8 @@ public:
 
     /// Columns of the row, counted from 0.
     [[nodiscard]] std::string text(int column) const;
+    /// The same without a copy, for as long as the query stays at this row.
+    [[nodiscard]] std::string_view view(int column) const;
     [[nodiscard]] std::int64_t number(int column) const;
     [[nodiscard]] bool isNull(int column) const;
 

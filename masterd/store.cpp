@@ -44,6 +44,9 @@ IdentityType toIdentityType(const std::string& text)
     return text == "cluster" ? IdentityType::cluster : IdentityType::host;
 }
 
+/// More than most records have: room for the one that ends a part of the list.
+constexpr std::size_t TYPICAL_RECORD_BYTES = 4096;
+
 /// Durable from the first statement on: a commit returns when the log of changes is on the disk.
 void setDurable(Database& database)
 {
@@ -96,7 +99,7 @@ std::string asArray(Query& query)
     while (query.next()) {
         if (array.size() > 1)
             array += ',';
-        array += query.text(0);
+        array += query.view(0);
     }
     return array += ']';
 }
@@ -282,16 +285,18 @@ bool Store::deleteHost(const std::string& hostId)
 
 std::string Store::listHosts(HostPlace& place)
 {
+    std::string part;
+    part.reserve(HOST_LIST_PART_BYTES + TYPICAL_RECORD_BYTES);
     const std::lock_guard lock(readMutex_);
     const HostPlace after = place;
     Query query(listPart_);
     query.with(after.hostName).with(after.hostId);
-    std::string part;
     while (part.size() < HOST_LIST_PART_BYTES && query.next()) {
-        if (!part.empty())
+        if (!place.hostName.empty())
             part += ',';
-        part += query.text(0);
-        place = {query.text(1), query.text(2)};
+        part += query.view(0);
+        place.hostName = query.view(1);
+        place.hostId = query.view(2);
     }
     return part;
 }

@@ -14,10 +14,11 @@
 
 namespace masterd {
 
-/// A part of the list of all hosts ends with the record that makes it this long.
+/// How long the parts of the list of all hosts become.
 inline constexpr std::size_t HOST_LIST_PART_BYTES = std::size_t{64} * 1024;
 
-/// A host's place in the order of all: ascending bytes of host name, then of host id.
+/// A host's place in the order of all: ascending bytes of host name, then of host id. Empty names stand for
+/// the place before the first.
 struct HostPlace {
     std::string hostName;
     std::string hostId;
@@ -76,10 +77,11 @@ public:
     std::optional<std::string> findHost(const std::string& hostId);
     /// False when there was none.
     [[nodiscard]] bool deleteHost(const std::string& hostId);
-    /// The records of the hosts that follow `place`, in their order and separated by commas, for about
-    /// HOST_LIST_PART_BYTES; empty when none follows. `place` becomes the last one's. The list of a whole
-    /// fleet is never in memory at once, however many ask for it and however slowly they take it. A host that
-    /// comes or goes meanwhile is in the list or is not; the others are in it once.
+    /// The records of the hosts that follow `place`, in their order, each but the first of all after a comma.
+    /// A part ends with the record that makes it HOST_LIST_PART_BYTES long; a shorter one is the last, and
+    /// may be empty. `place` becomes the last host's. The list of a whole fleet is never in memory at once,
+    /// however many ask for it and however slowly they take it. A host that comes or goes meanwhile is in the
+    /// list or is not; the others are in it once.
     std::string listHosts(HostPlace& place);
     /// The records of the hosts with exactly this name as a JSON array, in the same order.
     std::string listHosts(const std::string& hostName);

@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <climits>
 #include <cstring>
-#include <fcntl.h>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -14,12 +13,15 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <utility>
 
 namespace masterd {
 
 namespace {
 
 constexpr std::chrono::milliseconds LAST_READING{1000};
+/// Four records of TLS. A short reply touches no more of it than its own length.
+constexpr long WRITE_BUFFER_BYTES = 64L * 1024;
 
 using NameCall = int (*)(int, sockaddr*, socklen_t*);
 
@@ -38,6 +40,22 @@ void readAddress(int socket, NameCall nameOf, std::string& ip, int& port)
     port = static_cast<int>(std::strtol(service.data(), nullptr, 10));
 }
 
+/// Lets `ssl` read from a socket, and write to it through a buffer. False without memory.
+bool attachSocket(SSL& ssl, int socket)
+{
+    BIO* const direct = BIO_new_socket(socket, BIO_NOCLOSE);
+    BIO* const buffer = BIO_new(BIO_f_buffer());
+    if (direct == nullptr || buffer == nullptr ||
+        BIO_set_write_buffer_size(buffer, WRITE_BUFFER_BYTES) != 1) {
+        BIO_free(direct);
+        BIO_free(buffer);
+        return false;
+    }
+    BIO_up_ref(direct); // once for reading, once below the buffer
+    SSL_set_bio(&ssl, direct, BIO_push(buffer, direct));
+    return true;
+}
+
 std::string describeHandshakeFault(SSL& ssl)
 {
     const unsigned long code = ERR_peek_error();
@@ -54,22 +72,26 @@ std::string describeHandshakeFault(SSL& ssl)
 TlsConnection::TlsConnection(SSL_CTX& context, int socket, int stopEvent, const ConnectionLimits& limits)
     : socket_(socket), stopEvent_(stopEvent), limits_(limits), ssl_(SSL_new(&context))
 {
-    fcntl(socket_, F_SETFD, FD_CLOEXEC);
-    fcntl(socket_, F_SETFL, fcntl(socket_, F_GETFL) | O_NONBLOCK);
-    // Head and body of a reply are two writes; the second shall not wait for the first one's receipt.
+    // The end of a reply shall not wait for the receipt of what went before it.
     const int on = 1;
     setsockopt(socket_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-    if (ssl_)
-        SSL_set_fd(ssl_.get(), socket_);
+    readAddress(socket_, getpeername, peerAddress_, peerPort_); // once it has gone there is no answer
+    if (ssl_ && !attachSocket(*ssl_, socket_))
+        ssl_.reset();
 }
 
 TlsConnection::~TlsConnection()
 {
-    if (established_) {
-        ERR_clear_error();
-        SSL_shutdown(ssl_.get());
-    }
+    sayGoodbye();
     close(socket_);
+}
+
+void TlsConnection::sayGoodbye()
+{
+    if (!std::exchange(established_, false))
+        return;
+    ERR_clear_error();
+    SSL_shutdown(ssl_.get());
 }
 
 bool TlsConnection::waitFor(short events, Clock::time_point deadline, bool stoppable) const
@@ -155,7 +177,8 @@ bool TlsConnection::check(std::string_view bytes)
 
 ssize_t TlsConnection::read(char* buffer, std::size_t size)
 {
-    replyBytes_ = 0; // what went out so far was an interim reply
+    if (std::exchange(replyBytes_, 0) > 0 && !flush()) // what was written so far was an interim reply
+        return -1;
     if (begin_ == end_ && !fill(requestDeadline_, false))
         return -1;
     const std::size_t taken = std::min(size, end_ - begin_);
@@ -164,9 +187,11 @@ ssize_t TlsConnection::read(char* buffer, std::size_t size)
     return check({buffer, taken}) ? static_cast<ssize_t>(taken) : -1;
 }
 
-TlsConnection::Clock::time_point TlsConnection::replyDeadline() const
+TlsConnection::Clock::time_point TlsConnection::writeDeadline() const
 {
-    return replyStart_ + limits_.reply + std::chrono::seconds(replyBytes_ / limits_.replyBytesPerSecond);
+    const Clock::time_point end =
+        replyStart_ + limits_.reply + std::chrono::seconds(replyBytes_ / limits_.replyBytesPerSecond);
+    return std::min(Clock::now() + limits_.writeStall, end);
 }
 
 ssize_t TlsConnection::write(const char* data, std::size_t size)
@@ -176,8 +201,8 @@ ssize_t TlsConnection::write(const char* data, std::size_t size)
     std::size_t written = 0;
     while (written < size) {
         const int block = static_cast<int>(std::min<std::size_t>(size - written, INT_MAX));
-        const int done = perform([&](SSL* ssl) { return SSL_write(ssl, data + written, block); },
-                                 std::min(Clock::now() + limits_.writeStall, replyDeadline()), false);
+        const int done =
+            perform([&](SSL* ssl) { return SSL_write(ssl, data + written, block); }, writeDeadline(), false);
         if (done <= 0)
             return -1;
         written += static_cast<std::size_t>(done);
@@ -186,13 +211,29 @@ ssize_t TlsConnection::write(const char* data, std::size_t size)
     return static_cast<ssize_t>(written);
 }
 
-void TlsConnection::finishReading()
+bool TlsConnection::flush()
+{
+    BIO* const buffer = SSL_get_wbio(ssl_.get());
+    while (BIO_flush(buffer) <= 0) {
+        if (!BIO_should_retry(buffer) || !waitFor(POLLOUT, writeDeadline(), false)) {
+            established_ = false;
+            return false;
+        }
+    }
+    return true;
+}
+
+bool TlsConnection::finishReply(bool isLast)
 {
     if (!established_)
-        return;
-    ERR_clear_error();
-    SSL_shutdown(ssl_.get());
-    established_ = false;
+        return false;
+    if (isLast)
+        sayGoodbye();
+    return flush();
+}
+
+void TlsConnection::finishReading()
+{
     shutdown(socket_, SHUT_WR);
     const Clock::time_point deadline = Clock::now() + LAST_READING;
     while (waitFor(POLLIN, deadline, true)) {
@@ -209,7 +250,7 @@ const X509* TlsConnection::peerCertificate() const
 
 bool TlsConnection::is_readable() const
 {
-    return begin_ < end_ || SSL_pending(ssl_.get()) > 0 || waitFor(POLLIN, requestDeadline_, false);
+    return begin_ < end_ || SSL_has_pending(ssl_.get()) == 1 || waitFor(POLLIN, requestDeadline_, false);
 }
 
 bool TlsConnection::is_writable() const
@@ -219,7 +260,8 @@ bool TlsConnection::is_writable() const
 
 void TlsConnection::get_remote_ip_and_port(std::string& ip, int& port) const
 {
-    readAddress(socket_, getpeername, ip, port);
+    ip = peerAddress_;
+    port = peerPort_;
 }
 
 void TlsConnection::get_local_ip_and_port(std::string& ip, int& port) const

@@ -30,11 +30,13 @@ struct ConnectionLimits {
     int requests = 1000;                                  ///< on one connection
 };
 
-/// A stream that the HTTP library reads requests from and writes replies to. Takes the socket over.
+/// A stream that the HTTP library reads requests from and writes replies to. What is written gathers until
+/// there is much of it, or the reply ends: a short reply leaves in one packet, a long one in few calls.
 class TlsConnection : public httplib::Stream {
 public:
-    /// `stopEvent` becomes readable when the service stops: handshakes and waits then end at once, a request
-    /// in hand goes on. It must outlive the connection, as `context` must.
+    /// Takes `socket` over, which must be non-blocking. `stopEvent` becomes readable when the service stops:
+    /// handshakes and waits then end at once, a request in hand goes on. It must outlive the connection, as
+    /// `context` must.
     TlsConnection(SSL_CTX& context, int socket, int stopEvent, const ConnectionLimits& limits);
     TlsConnection(const TlsConnection&) = delete;
     TlsConnection& operator=(const TlsConnection&) = delete;
@@ -47,13 +49,18 @@ public:
     /// Waits for a request's first byte, whose limits begin with it. False when the client has gone, the time
     /// is up or the service stops.
     [[nodiscard]] bool awaitRequest();
-    /// For a connection that ends while the client may still be sending: lets it finish for a second, since
-    /// the kernel would throw an unread reply away with unread bytes.
+    /// Sends what there still is of a reply, and the goodbye with it when none follows on the connection.
+    /// False when the client does not take it.
+    [[nodiscard]] bool finishReply(bool isLast);
+    /// After the last reply, while the client may still be sending: lets it finish for a second, since the
+    /// kernel would throw an unread reply away with unread bytes.
     void finishReading();
 
     [[nodiscard]] SSL* ssl() const { return ssl_.get(); }
     /// The client's certificate, verified; null without one.
     [[nodiscard]] const X509* peerCertificate() const;
+    /// The client's address; empty when it had gone before its connection was taken up.
+    [[nodiscard]] const std::string& peerAddress() const { return peerAddress_; }
 
     // httplib::Stream
     [[nodiscard]] bool is_readable() const override;
@@ -75,13 +82,17 @@ private:
     int perform(Operation operation, Clock::time_point deadline, bool stoppable);
     bool waitFor(short events, Clock::time_point deadline, bool stoppable) const;
     bool fill(Clock::time_point deadline, bool stoppable);
+    bool flush();
+    void sayGoodbye();
     bool check(std::string_view bytes);
-    [[nodiscard]] Clock::time_point replyDeadline() const;
+    [[nodiscard]] Clock::time_point writeDeadline() const;
 
     int socket_;
     int stopEvent_;
     const ConnectionLimits& limits_;
     std::unique_ptr<SSL, SslRelease> ssl_;
+    std::string peerAddress_;
+    int peerPort_ = 0;
     bool established_ = false;
     std::string handshakeFault_;
 

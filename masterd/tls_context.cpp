@@ -52,6 +52,7 @@ TlsContext makeServerContext(const KeyAndCertificate& server, const X509& author
     require(SSL_CTX_set_min_proto_version(context.get(), TLS1_2_VERSION) == 1, "version");
     require(SSL_CTX_set_cipher_list(context.get(), TLS_1_2_CIPHERS) == 1, "ciphers");
     SSL_CTX_set_options(context.get(), SSL_OP_NO_RENEGOTIATION | SSL_OP_NO_COMPRESSION);
+    SSL_CTX_set_read_ahead(context.get(), 1); // not a call for a record's head and one for the rest
     SSL_CTX_set_mode(context.get(), SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER);
 
     const tq::Certificate ownReference(X509_dup(&authority));

@@ -19,6 +19,8 @@ namespace {
 constexpr std::size_t MOST_CONNECTIONS = 512;
 /// The library asks for 5, which a fleet that starts its update on the hour fills at once.
 constexpr int BACKLOG = 1024;
+/// With its marks it fills a record of TLS. The library copies each chunk several times.
+constexpr std::size_t CHUNK_BYTES = std::size_t{16} * 1024 - 8;
 constexpr const char* EVERY_PATH = R"([\s\S]*)";
 constexpr const char* JSON_TYPE = "application/json";
 /// Until the next try when the machine could not hand over a connection, as without memory or descriptors.
@@ -32,16 +34,20 @@ void setSocketOptions(int socket)
     setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
 }
 
-/// Hands the parts of a body to the library, each once the one before it has been sent.
+/// Hands the parts of a body to the library in chunks, each part once the one before it has been sent.
 httplib::ContentProviderWithoutLength partsOf(WebReply reply)
 {
-    return [reply = std::move(reply)](std::size_t sent, httplib::DataSink& sink) {
+    return [reply = std::move(reply)](std::size_t sent, httplib::DataSink& sink) mutable {
         try {
-            const std::string part = sent == 0 ? reply.body : reply.nextPart();
+            const std::string part = sent == 0 ? std::move(reply.body) : reply.nextPart();
             if (part.empty())
                 sink.done();
-            else
-                sink.write(part.data(), part.size());
+            for (std::string_view left = part; !left.empty();) {
+                const std::string_view chunk = left.substr(0, CHUNK_BYTES);
+                if (!sink.write(chunk.data(), chunk.size()))
+                    return false;
+                left.remove_prefix(chunk.size());
+            }
             return true;
         } catch (const std::exception& failure) {
             std::fprintf(stderr, "tqmasterd: a reply was cut off: %s\n", failure.what());
@@ -70,15 +76,20 @@ public:
     static Exchange& current() { return *current_; }
 
     [[nodiscard]] const X509* certificate() const { return connection_.peerCertificate(); }
-    [[nodiscard]] std::string client() const
+    /// Keeps what the log shall say until the reply is out.
+    void note(const httplib::Request& request, const httplib::Response& response)
     {
-        std::string address;
-        int port = 0;
-        connection_.get_remote_ip_and_port(address, port);
-        return address;
+        const X509* shown = certificate();
+        toLog = {connection_.peerAddress(),
+                 request.method,
+                 request.target,
+                 response.status,
+                 identity,
+                 shown != nullptr ? tq::certificateFingerprint(*shown) : ""};
     }
 
     std::string identity;
+    std::optional<LoggedRequest> toLog;
     bool isReadToItsEnd = false;      ///< the next request on the connection begins where it should
     bool isReplyEndedByClose = false; ///< a client of HTTP/1.0 knows no other end of a body in parts
 
@@ -148,11 +159,8 @@ void WebServer::installHandlers()
         response.status = 500;
         response.set_content(errorReply(500, "internal failure").body, JSON_TYPE);
     });
-    set_logger([this](const httplib::Request& request, const httplib::Response& response) {
-        const Exchange& exchange = Exchange::current();
-        const X509* certificate = exchange.certificate();
-        log_.write({exchange.client(), request.method, request.target, response.status, exchange.identity,
-                    certificate != nullptr ? tq::certificateFingerprint(*certificate) : ""});
+    set_logger([](const httplib::Request& request, const httplib::Response& response) {
+        Exchange::current().note(request, response);
     });
 }
 
@@ -213,8 +221,7 @@ void WebServer::logRefusal(const TlsConnection& connection) const
     if (connection.handshakeFault().empty())
         return;
     LoggedRequest refused;
-    int port = 0;
-    connection.get_remote_ip_and_port(refused.client, port);
+    refused.client = connection.peerAddress();
     refused.fault = connection.handshakeFault();
     log_.write(refused);
 }
@@ -228,9 +235,14 @@ bool WebServer::serveRequest(TlsConnection& connection, bool isLast)
         request.path = "/";     // only matched against EVERY_PATH, at a cost for each character
         request.ranges.clear(); // a part of a record is of no use to anybody
     });
-    if (!exchange.isReadToItsEnd)
+    const bool mayFollow =
+        isAnswered && !isClosed && exchange.isReadToItsEnd && !exchange.isReplyEndedByClose;
+    const bool isSent = connection.finishReply(!mayFollow);
+    if (exchange.toLog)
+        log_.write(*exchange.toLog);
+    if (isSent && !exchange.isReadToItsEnd)
         connection.finishReading();
-    return isAnswered && !isClosed && exchange.isReadToItsEnd && !exchange.isReplyEndedByClose;
+    return isSent && mayFollow;
 }
 
 std::string WebServer::bind(const std::string& address, int port)
@@ -251,7 +263,7 @@ bool WebServer::run()
     ConnectionWorkers workers(MOST_CONNECTIONS);
     bool wasAccepted = true;
     while (!stopping_) {
-        const int socket = accept4(svr_sock_, nullptr, nullptr, SOCK_CLOEXEC);
+        const int socket = accept4(svr_sock_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
         const int cause = errno;
         if (socket >= 0) {
             workers.enqueue([this, socket] { serveSocket(socket); });

@@ -306,9 +306,11 @@ WebReply WebService::listAllHosts()
     reply.nextPart = [this, place, isLast = false]() mutable -> std::string {
         if (isLast)
             return "";
-        const std::string part = store_.listHosts(place);
-        isLast = part.empty();
-        return isLast ? "]}" : ',' + part;
+        std::string part = store_.listHosts(place);
+        isLast = part.size() < HOST_LIST_PART_BYTES;
+        if (isLast)
+            part += "]}";
+        return part;
     };
     return reply;
 }

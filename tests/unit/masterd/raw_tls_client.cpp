@@ -53,6 +53,13 @@ std::string RawTlsClient::receiveAll()
     }
 }
 
+void RawTlsClient::reset()
+{
+    const linger atOnce{1, 0};
+    setsockopt(socket_.get(), SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
+    socket_ = {};
+}
+
 std::vector<tq::Certificate> RawTlsClient::shownChain() const
 {
     std::vector<tq::Certificate> chain;

@@ -25,6 +25,8 @@ public:
     bool send(std::string_view text);
     /// All that comes until the server closes, or 30 seconds have passed.
     std::string receiveAll();
+    /// Goes away at once: what the service writes from now on is refused.
+    void reset();
     /// The certificates that the server showed, its own first.
     [[nodiscard]] std::vector<tq::Certificate> shownChain() const;
     [[nodiscard]] SSL* ssl() const { return ssl_.get(); }

@@ -332,6 +332,22 @@ TEST_F(ServiceWithWaitingWriters, AnswersThemAllWhenItIsStopped)
     EXPECT_EQ(countStored(), WRITERS);
 }
 
+TEST_F(ServiceWithWaitingWriters, LogsTheAddressOfAClientThatHasGoneMeanwhile)
+{
+    const Host& host = *hosts_.front();
+    {
+        tests::HeldSyncs held;
+        RawTlsClient client(service_.port(), host.certificate.get(), &host.key());
+        client.send("PUT " + host.path() + " HTTP/1.1\r\nAuthorization: Bearer " + host.token +
+                    "\r\nContent-Length: 2\r\n\r\n{}");
+        ASSERT_TRUE(held.await());
+        client.reset();
+    }
+    EXPECT_TRUE(service_.stop());
+    EXPECT_NE(service_.requestLog().find(" 127.0.0.1 \"PUT " + host.path() + "\" 200 "), std::string::npos)
+        << service_.requestLog();
+}
+
 TEST_F(ServiceWithWaitingWriters, RefusesThemAllWhenTheDiskIsFull)
 {
     testing::internal::CaptureStderr();

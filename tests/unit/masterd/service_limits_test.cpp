@@ -2,6 +2,8 @@
 #include "tests/unit/masterd/raw_tls_client.h"
 #include "tests/unit/masterd/running_service.h"
 
+#include <algorithm>
+#include <array>
 #include <gtest/gtest.h>
 #include <zlib.h>
 
@@ -107,6 +109,29 @@ TEST_F(ServiceLimits, LimitHoldsForWhatABodyBecomesWhenItIsDecompressed)
     ASSERT_LT(bomb.size(), 256U * 1024);
     expectError(answerTo(head("PUT", "Content-Encoding: gzip\r\n" + withLength(bomb)) + bomb), 413);
     expectError(answerTo(head("PUT", "Content-Encoding: gzip\r\nContent-Length: 4\r\n") + "junk"), 400);
+}
+
+TEST_F(ServiceLimits, RequestsThatArriveTogetherAreAllAnswered)
+{
+    const std::string request = "PUT " + host_.path() + " HTTP/1.1\r\nAuthorization: Bearer " + host_.token +
+                                "\r\nContent-Length: 2\r\n\r\n{}";
+    const std::string answers = answerTo(request + request + head("GET", ""));
+    std::size_t found = 0;
+    for (std::size_t at = 0; (at = answers.find("HTTP/1.1 200", at)) != std::string::npos; ++at)
+        ++found;
+    EXPECT_EQ(found, 3U) << answers;
+}
+
+TEST_F(ServiceLimits, ClientThatWaitsForTheWordToGoOnGetsIt)
+{
+    RawTlsClient client(service_.port(), host_.certificate.get(), &host_.key());
+    ASSERT_TRUE(client.send(head("PUT", "Expect: 100-continue\r\nContent-Length: 2\r\n")));
+    std::array<char, 256> word{};
+    const int got = SSL_read(client.ssl(), word.data(), static_cast<int>(word.size()));
+    EXPECT_EQ(std::string(word.data(), static_cast<std::size_t>(std::max(got, 0))).substr(0, 12),
+              "HTTP/1.1 100");
+    ASSERT_TRUE(client.send("{}"));
+    EXPECT_EQ(statusOf(client.receiveAll()), 200);
 }
 
 TEST_F(ServiceLimits, BodyWhoseEndIsToldWronglyIsABadRequest)
