@@ -76,11 +76,11 @@ def build_programs(build):
 
 
 @contextlib.contextmanager
-def host(settings, name):
-    """A host in a sandbox of its own, with the bench's programs under /bench."""
+def host(settings, name, *mounts):
+    """A host in a sandbox of its own, with the bench's programs under /bench and further mounts."""
     box = Sandbox(settings.build, settings.work / name, IMAGE)
     simplify_tools(box)
-    box.extra_arguments += ["--ro-bind", str(settings.programs), "/bench"]
+    box.extra_arguments += ["--ro-bind", str(settings.programs), "/bench", *mounts]
     with box:
         yield box
 
@@ -126,7 +126,7 @@ class Timing:
         return statistics.median(self.wall)
 
 
-def take_turns(box, rows, rounds, warm_up=3):
+def take_turns(box, rows, rounds, warm_up):
     """Runs rows (see turns.cpp) in turn; their timings by label."""
     request = {"rounds": rounds, "warmUp": warm_up, "rows": rows}
     (box.shared / "turns.json").write_text(json.dumps(request))

@@ -165,7 +165,8 @@ HttpReply HttpsConnection::ask(const Request& request)
         if (head == std::string::npos && (head = text.find("\r\n\r\n")) != std::string::npos)
             wanted = head + 4 + lengthIn(std::string_view(text).substr(0, head));
     }
-    return {std::atoi(text.c_str() + std::min(text.size(), text.find(' '))), text.substr(head + 4)};
+    const std::size_t blank = std::min(text.size(), text.find(' '));
+    return {static_cast<int>(std::strtol(text.c_str() + blank, nullptr, 10)), text.substr(head + 4)};
 }
 
 } // namespace bench

@@ -89,7 +89,7 @@ def measure(settings):
         sizes = {SMALL: 10, LARGE: 20, HUGE: 200}
         replies = [make_hosts(box, settings.scaled(count, smallest)) for count, smallest in sizes.items()]
         check_same_list(box, replies[0][0])
-        small = turns(box, replies[0][0], settings.rounds, warm_up=2)
+        small = turns(box, replies[0][0], settings.rounds, warm_up=settings.scaled(2, 0))
         first = turns(box, replies[1][0], 1, warm_up=0)
         large = turns(box, replies[1][0], large_rounds(settings, first), warm_up=0)
         huge = turns(box, replies[2][0], 1, warm_up=0, labels=("tool",))["tool"]

@@ -116,7 +116,7 @@ def measure(settings):
             {"label": "libraries", "argv": ["/bench/floor-with-libraries", *FLOOR[1:]]},
             {"label": "-localinfo", "argv": [bed.COMMAND, "-localinfo"]},
         ]
-        timings = bed.take_turns(box, rows, settings.rounds * settings.scaled(2))
+        timings = bed.take_turns(box, rows, settings.rounds * settings.scaled(2), settings.scaled(3, 0))
     local, bare, libraries = (timings[label] for label in ("-localinfo", "bare", "libraries"))
     note = f"{lines} lines: "
     return [

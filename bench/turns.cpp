@@ -93,10 +93,8 @@ pid_t start(Row& row, posix_spawn_file_actions_t& actions)
     for (std::string& argument : row.argv)
         argv.push_back(argument.data());
     argv.push_back(nullptr);
-    char language[] = "LANG=C";
-    char* environment[] = {language, nullptr};
     pid_t pid = -1;
-    const int fault = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environment);
+    const int fault = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
     if (fault != 0)
         std::fprintf(stderr, "turns: cannot start %s: %s\n", argv[0], std::strerror(fault));
     return fault == 0 ? pid : -1;

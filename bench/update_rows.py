@@ -62,7 +62,7 @@ def measure(settings):
             {"label": "first", "argv": [bed.COMMAND, "-update"], "remove": state_of_an_update(box)},
             {"label": "forced", "argv": [bed.COMMAND, "-update", "-force"]},
         ]
-        timings = bed.take_turns(box, rows, settings.rounds * settings.scaled(2))
+        timings = bed.take_turns(box, rows, settings.rounds * settings.scaled(2), settings.scaled(3, 0))
         master.stop()
     return judged(timings, connections)
 

@@ -20,7 +20,7 @@ def pytest_addoption(parser):
         action="append",
         metavar="FOLDER",
         help="build folder whose programs are tested (default: build/asan). With several, end-to-end tests take "
-        "the sanitized ones, faults the others, and what is marked `shipped` takes all",
+        "the sanitized ones, faults and bench the others, and what is marked `shipped` takes all",
     )
     parser.addoption(
         "--faults",
@@ -57,11 +57,11 @@ def pytest_collection_modifyitems(config, items):
 
 def is_satisfied_elsewhere(item):
     """Whether another of several builds tells as much: sanitizers see more of a plain road and are in the way
-    of most faults, whose tracers and limits they do not bear."""
+    of most faults, whose tracers and limits they do not bear, and of all figures."""
     build = getattr(item, "callspec", None) and item.callspec.params.get("build")
     if build is None or item.get_closest_marker("shipped"):
         return False
-    return is_sanitized(build) == ("faults" in item.path.parts)
+    return is_sanitized(build) == bool({"faults", "bench"} & set(item.path.parts))
 
 
 @pytest.hookimpl(hookwrapper=True, tryfirst=True)
