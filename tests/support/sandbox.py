@@ -38,6 +38,9 @@ HOST_ID = "0b4d6a5e-3d2c-4f1b-9a70-5f1e2d3c4b5a"
 # What a host outside any cluster says at error level in every load.
 NO_CLUSTER = "retrieveClusterSharedNames status : 30036. Check getclusterinfo::trace for more details. "
 
+# Programs of a host's record that a machine for tests may or may not have.
+CHANCE_TOOLS = ("rpm",)
+
 # Files of this machine that the distribution's own tools need and that say nothing about the host.
 MACHINE_ETC = ("passwd", "group", "nsswitch.conf", "ld.so.cache", "alternatives")
 
@@ -157,9 +160,20 @@ class Sandbox:
         (self.shared / "reports").mkdir()
         suppressions = TOP / "tests" / "lsan.supp"
         shutil.copy(suppressions, self.shared / "lsan.supp")
+        self._hide_machine_tools()
         missing = self.image / "missing"
         for tool in missing.read_text().split() if missing.exists() else []:
             self.remove_tool(tool)
+
+    def _hide_machine_tools(self):
+        """A tool that some machines have and others have not is missing, unless the image brings it: to the shell a
+        program without its interpreter is one that does not exist."""
+        hidden = self.work / "no-such-tool"
+        hidden.write_text("#!/no/such/interpreter\n")
+        hidden.chmod(0o755)
+        for name in CHANCE_TOOLS:
+            if pathlib.Path("/usr/bin", name).exists():
+                self.extra_arguments += ["--ro-bind", str(hidden), f"/usr/bin/{name}"]
 
     @staticmethod
     def _copy(source, target):
