@@ -5,6 +5,7 @@
 #include "platform/release.h"
 #include "platform/status.h"
 
+#include <cstdlib>
 #include <dlfcn.h>
 #include <elf.h>
 #include <fcntl.h>
@@ -44,6 +45,20 @@ bool isCutOff(const char* path)
     return head.e_shoff > fileBytes || tableBytes > fileBytes - head.e_shoff;
 }
 
+/// The TLS library that other protocols of libcurl would use prepares itself as it is loaded, with a megabyte
+/// of memory, unless it is asked not to. Only while the module is loaded: external commands have their own
+/// needs.
+class UnusedTlsLibraryAsleep {
+public:
+    UnusedTlsLibraryAsleep() { setenv(VARIABLE, "1", 1); }
+    UnusedTlsLibraryAsleep(const UnusedTlsLibraryAsleep&) = delete;
+    UnusedTlsLibraryAsleep& operator=(const UnusedTlsLibraryAsleep&) = delete;
+    ~UnusedTlsLibraryAsleep() { unsetenv(VARIABLE); }
+
+private:
+    static constexpr const char* VARIABLE = "GNUTLS_NO_IMPLICIT_INIT";
+};
+
 /// The module; null, and why, when it cannot serve.
 const HttpModule* loadModule(TransferResult& failure)
 {
@@ -51,6 +66,7 @@ const HttpModule* loadModule(TransferResult& failure)
         failure = notLoaded(std::string(TQ_HTTP_MODULE) + " is cut off");
         return nullptr;
     }
+    const UnusedTlsLibraryAsleep asleep;
     // Never closed: the process ends soon, and libcurl may have left a resolver thread behind.
     void* library = dlopen(TQ_HTTP_MODULE, RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
     const auto* module =

@@ -89,3 +89,18 @@ def test_a_run_that_sends_nothing_maps_neither_libcurl_nor_openssl(enrolled):
     assert libraries.status == 0
     assert "libjansson" in libraries.out
     assert not [name for name in ("libcurl", "libssl", "libcrypto") if name in libraries.out]
+
+
+def test_loading_it_leaves_no_mark_in_the_environment_of_tools(sandbox_of):
+    """The second server's record is made after the module was loaded for the first."""
+
+    def write_down_environment(box):
+        box.put_tool(box.local_sbin, "uname", 'env >>/shared/output/environments; exec /usr/bin/uname "$@"')
+
+    box = sandbox_of(before_start=write_down_environment)
+    for name in ("master1.example", "master2.example"):
+        assert box.enrol(box.master(name).serve()).status == 0
+    assert box.command("-update").status == 0
+    environments = (box.shared / "output" / "environments").read_text()
+    assert environments.count("PATH=/usr/local/sbin") >= 4
+    assert "GNUTLS" not in environments
