@@ -2,10 +2,11 @@
 // about it: a connection with a token and the record, and another one with the token's renewal.
 //
 // usage: fleet-load ADDRESS AUTHORITY_PEM AGENTS THREADS START <SCHEDULE >UPDATES
-// START is a second of the monotonic clock. A line of SCHEDULE is a host's place in AGENTS (from 0) and its
-// milliseconds after START, in ascending order; a host with no free thread at its time starts late, and its
-// times count from when it should have. Prints a line for each update: {"doneMs", "tokenMs", "recordMs",
-// "renewalMs"}, all from the host's time on, or {"failed": TEXT}.
+// START is a pipe with a name: once the hosts are ready the second of the monotonic clock at which they start
+// is read from it. A line of SCHEDULE is a host's place in AGENTS (from 0) and its milliseconds after START,
+// in ascending order; a host with no free thread at its time starts late, and its times count from when it
+// should have. Prints a line for each update: {"doneMs", "tokenMs", "recordMs", "renewalMs"}, all from the
+// host's time on, or {"failed": TEXT}.
 
 #include "bench/agent.h"
 #include "bench/failure.h"
@@ -18,6 +19,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <iostream>
 #include <jansson.h>
 #include <mutex>
@@ -29,7 +31,7 @@ constexpr const char* TOKENS = "/torquenix/security/tokens";
 
 struct Update {
     std::size_t agent;
-    double time; ///< seconds of the monotonic clock
+    double time; ///< seconds after the start, and once that is known of the monotonic clock
 };
 
 void sleepUntil(double time)
@@ -63,19 +65,21 @@ public:
     {
     }
 
-    void readSchedule(double start)
+    void readSchedule()
     {
         double milliseconds = 0;
         for (Update update{}; std::cin >> update.agent >> milliseconds;) {
-            update.time = start + milliseconds / 1e3;
+            update.time = milliseconds / 1e3;
             if (update.agent >= agents_.size())
                 throw bench::Failure("the schedule names a host that is not there");
             updates_.push_back(update);
         }
     }
 
-    void run(std::size_t threads)
+    void run(std::size_t threads, double start)
     {
+        for (Update& update : updates_)
+            update.time += start;
         std::vector<std::thread> workers;
         for (std::size_t i = 0; i < threads; ++i)
             workers.emplace_back([this] { work(); });
@@ -143,10 +147,10 @@ int main(int argc, char* argv[])
         if (argc != 6)
             throw bench::Failure("usage: fleet-load ADDRESS AUTHORITY_PEM AGENTS THREADS START");
         Fleet fleet(argv[1], argv[2], argv[3]);
-        const double start = std::strtod(argv[5], nullptr);
-        fleet.readSchedule(start);
-        if (bench::now() > start)
-            throw bench::Failure("the start has passed before the hosts were ready");
-        fleet.run(std::strtoul(argv[4], nullptr, 10));
+        fleet.readSchedule();
+        double start = 0;
+        if (!(std::ifstream(argv[5]) >> start))
+            throw bench::Failure("nobody said when to start");
+        fleet.run(std::strtoul(argv[4], nullptr, 10), start);
     });
 }
