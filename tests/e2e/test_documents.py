@@ -10,6 +10,7 @@ from program_options import COMMAND_OPTIONS, MASTER_COMMANDS, help_options, help
 
 TOP = pathlib.Path(__file__).resolve().parent.parent.parent
 PAGES = sorted(path.name for path in MANUALS.iterdir())
+DOCUMENTS = sorted(TOP.glob("*.md")) + sorted((TOP / "docs").glob("*.md"))
 RENDERERS = {
     "man": ["man", "--warnings", "-E", "UTF-8", "-l", "-Tutf8", "-Z"],
     "groff": ["groff", "-mandoc", "-Tutf8", "-ww", "-z"],
@@ -48,7 +49,8 @@ def test_there_are_pages_for_every_program_and_the_configuration():
 @pytest.mark.parametrize("page", PAGES)
 def test_a_page_is_rendered_without_a_warning(page, renderer):
     command = [*RENDERERS[renderer], str(MANUALS / page)]
-    result = subprocess.run(command, capture_output=True, text=True, timeout=60, env={"PATH": "/usr/bin:/bin"})
+    environment = {"PATH": "/usr/bin:/bin"}
+    result = subprocess.run(command, capture_output=True, text=True, timeout=60, env=environment)
     told = result.stderr + (result.stdout if renderer == "mandoc" else "")
     assert (result.returncode, told) == (0, "")
 
@@ -128,7 +130,8 @@ def configuration_keys():
 
 
 def documented_settings():
-    return {item.head.removeprefix("Cm "): item.text for item in items("kx.conf.5") if item.head.startswith("Cm ")}
+    heads = {item.head: item.text for item in items("kx.conf.5") if item.head.startswith("Cm ")}
+    return {head.removeprefix("Cm "): text for head, text in heads.items()}
 
 
 def test_every_key_of_the_configuration_that_the_code_reads_stands_in_its_page():
@@ -148,7 +151,8 @@ def test_no_other_source_reads_a_key_of_the_configuration():
 
 def test_ranges_and_defaults_of_numbers_are_those_of_the_code():
     settings = documented_settings()
-    rows = re.findall(r"\{\"(\w+)\", &PlatformSettings::(\w+), (\d+), (\d+)\}", source("platform/platform_settings.cpp"))
+    table = source("platform/platform_settings.cpp")
+    rows = re.findall(r"\{\"(\w+)\", &PlatformSettings::(\w+), (\d+), (\d+)\}", table)
     assert rows
     for key, member, least, most in rows:
         (default,) = re.findall(rf"int {member} = (\d+);", source("platform/config.h"))
@@ -189,7 +193,7 @@ def test_every_key_of_a_record_stands_in_the_manual_page():
     assert keys and keys - {"uuid"} <= words
 
 
-@pytest.mark.parametrize("document", sorted(TOP.glob("*.md")) + sorted((TOP / "docs").glob("*.md")), ids=lambda p: p.name)
+@pytest.mark.parametrize("document", DOCUMENTS, ids=[path.name for path in DOCUMENTS])
 def test_every_link_of_a_document_leads_somewhere(document):
     links = re.findall(r"\]\((?!https?:)([^)#\s]+)", document.read_text())
     assert [link for link in links if not (document.parent / link).exists()] == []

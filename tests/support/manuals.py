@@ -63,7 +63,7 @@ def options(page):
 
 
 def guide_table(first_column):
-    """The table of the guide whose head begins with a column: first cell to the other cells, without marks."""
+    """The table of the guide whose head begins with a column: first cell to the other cells, plain."""
     lines = iter(GUIDE.read_text().splitlines())
     for line in lines:
         if line.startswith(f"| {first_column} |"):

@@ -1,4 +1,4 @@
-"""The options that the programs take, asked of the programs themselves or of the one place that lists them."""
+"""The options that the programs take, asked of the programs or of the one place that lists them."""
 
 import functools
 import pathlib
