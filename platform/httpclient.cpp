@@ -1,26 +1,22 @@
 #include "platform/httpclient.h"
 
+#include "platform/authorized_session.h"
 #include "platform/config.h"
 #include "platform/debuglog.h"
 #include "platform/http_answer.h"
 #include "platform/http_transport.h"
 #include "platform/identity_store.h"
 #include "platform/status.h"
-#include "platform/token_store.h"
 
-#include <ctime>
-#include <optional>
 #include <string_view>
 #include <utility>
 #include <vector>
 
 namespace {
 
-constexpr const char* TOKEN_PATH = "torquenix/security/tokens";
 constexpr std::int64_t HTTP_OK = 200;
 constexpr std::int64_t HTTP_CREATED = 201;
 constexpr std::int64_t HTTP_NO_CONTENT = 204;
-constexpr std::int64_t HTTP_UNAUTHORIZED = 401;
 
 /// By which the web service says that it has done what a method asks for.
 std::int64_t statusOfSuccess(std::string_view method)
@@ -32,21 +28,21 @@ std::int64_t statusOfSuccess(std::string_view method)
 
 } // namespace
 
-/// The session of one client, opened by its first request, and the token in use.
+/// The session of one client, opened by its first request and by the one after a failure.
 struct TQClientCURL::Connection {
     Connection(std::string serverName, int serverPort, cert_type type)
         : server(std::move(serverName)), port(serverPort), certType(type)
     {
     }
 
-    /// Opens the session with the identity's files and reads its token file, once.
+    /// Opens the session with the identity's files, once.
     int open(const char* context);
 
-    /// Sends a request with the token, which is asked for or renewed as needed.
+    /// Sends a request with the token.
     int exchange(tq::HttpRequest request, tq::HttpReply& reply, const char* context);
 
-    /// Asks for a token and stores it; on failure the one in use stays and `result` says why.
-    tq::TransferResult askForToken();
+    /// The status of what a session did, with the entry of a failure.
+    int ended(const tq::AuthorizedResult& result, const char* context);
 
     /// Writes the entry of a failure and returns its status.
     int failed(const std::string& what, const tq::TransferResult& result, const char* context) const;
@@ -54,9 +50,7 @@ struct TQClientCURL::Connection {
     std::string server;
     int port;
     cert_type certType;
-    std::unique_ptr<tq::HttpTransport> session;
-    std::string tokenFile;
-    std::optional<tq::AccessToken> token;
+    std::unique_ptr<tq::AuthorizedSession> session;
 };
 
 int TQClientCURL::Connection::failed(const std::string& what, const tq::TransferResult& result,
@@ -82,38 +76,27 @@ int TQClientCURL::Connection::open(const char* context)
         return failed("Reading this host's identity", {status, getECmsg(status)}, context);
 
     const tq::IdentityFiles files = tq::identityFiles(*identity);
-    tokenFile = files.token;
-    token = tq::readToken(tokenFile);
     tq::TlsTrust trust;
     trust.authoritiesFile = files.caCertificates;
     trust.certificateFile = files.certificate;
     trust.privateKeyFile = files.privateKey;
+    std::unique_ptr<tq::HttpTransport> transport;
     const tq::TransferResult opened =
-        tq::openHttpTransport(server, port, trust, tq::webLimits(tq::readPlatformSettings()), session);
-    return opened.status == EC_success ? EC_success : failed("Connecting", opened, context);
+        tq::openHttpTransport(server, port, trust, tq::webLimits(tq::readPlatformSettings()), transport);
+    if (opened.status != EC_success)
+        return failed("Connecting", opened, context);
+    session = std::make_unique<tq::AuthorizedSession>(std::move(transport), files.token);
+    return EC_success;
 }
 
-tq::TransferResult TQClientCURL::Connection::askForToken()
+int TQClientCURL::Connection::ended(const tq::AuthorizedResult& result, const char* context)
 {
-    const std::string body = "{}";
-    tq::HttpRequest request;
-    request.method = "POST";
-    request.path = TOKEN_PATH;
-    request.body = &body;
-    tq::HttpReply reply;
-    tq::TransferResult result = session->send(request, reply);
-    if (result.status != EC_success)
-        return result;
-    if (reply.status != HTTP_CREATED)
-        return {EC_web_no_token,
-                "no access token, the server answered " + tq::describeAnswer(reply.status, reply.body)};
-    std::optional<tq::AccessToken> fresh = tq::parseTokenReply(reply.body, std::time(nullptr));
-    if (!fresh)
-        return {EC_web_no_token, "no access token, the server's reply holds none that can be used"};
-    token = std::move(fresh);
-    // A token that cannot be stored, which the store logs, still serves this process.
-    static_cast<void>(tq::storeToken(tokenFile, *token));
-    return {};
+    if (result.transfer.status == EC_success)
+        return EC_success;
+    // A renewal or enrolment beside this process may have replaced the identity's files: the next request
+    // looks for them anew.
+    session.reset();
+    return failed(result.what, result.transfer, context);
 }
 
 int TQClientCURL::Connection::exchange(tq::HttpRequest request, tq::HttpReply& reply, const char* context)
@@ -121,24 +104,11 @@ int TQClientCURL::Connection::exchange(tq::HttpRequest request, tq::HttpReply& r
     const std::string what = std::string(request.method) + ' ' + request.path;
     if (const int status = open(context); status != EC_success)
         return status;
-    if (!token || token->expiresAt <= std::time(nullptr)) {
-        const tq::TransferResult asked = askForToken();
-        if (asked.status != EC_success)
-            return failed("Asking for an access token", asked, context);
-    }
-    request.token = token->text;
-    tq::TransferResult result = session->send(request, reply);
-    if (result.status == EC_success && reply.status == HTTP_UNAUTHORIZED) {
-        const tq::TransferResult renewed = askForToken();
-        if (renewed.status != EC_success)
-            return failed("Renewing the access token", {EC_web_no_token, renewed.cause}, context);
-        request.token = token->text;
-        result = session->send(request, reply);
-    }
-    if (result.status != EC_success)
-        return failed(what, result, context);
+    const std::int64_t success = statusOfSuccess(request.method);
+    if (const int status = ended(session->send(std::move(request), reply), context); status != EC_success)
+        return status;
     // The caller's to judge, whose entries name neither the server nor, without a body, the HTTP status.
-    if (reply.status != statusOfSuccess(request.method))
+    if (reply.status != success)
         LogLine(LogLevel::warning, context)
             << what << ", server " << server << ", port " << port << ": answered "
             << tq::describeAnswer(reply.status, reply.body) << '\n';
@@ -183,9 +153,7 @@ int TQClientCURL::refreshToken()
     constexpr const char* CONTEXT = "TQClientCURL::refreshToken";
     if (const int status = connection_->open(CONTEXT); status != EC_success)
         return status;
-    const tq::TransferResult result = connection_->askForToken();
-    return result.status == EC_success ? EC_success
-                                       : connection_->failed("Renewing the access token", result, CONTEXT);
+    return connection_->ended(connection_->session->renewToken(), CONTEXT);
 }
 
 int TQClientCURL::exchange(const char* method, const std::string& path, const std::string* body,
