@@ -60,6 +60,14 @@ std::optional<std::string> textOf(const ASN1_STRING& name)
     return text;
 }
 
+std::optional<std::int64_t> unixTime(const ASN1_TIME& time)
+{
+    std::tm utc{};
+    if (ASN1_TIME_to_tm(&time, &utc) != 1)
+        return std::nullopt;
+    return static_cast<std::int64_t>(timegm(&utc));
+}
+
 bool setCommonName(X509_REQ& request, std::string_view commonName)
 {
     if (commonName.empty() || commonName.size() > COMMON_NAME_MAX_BYTES)
@@ -233,12 +241,14 @@ std::optional<AlternativeNames> readAlternativeNames(const X509& certificate)
     return result;
 }
 
+std::optional<std::int64_t> certificateBeginTime(const X509& certificate)
+{
+    return unixTime(*X509_get0_notBefore(&certificate));
+}
+
 std::optional<std::int64_t> certificateEndTime(const X509& certificate)
 {
-    std::tm utc{};
-    if (ASN1_TIME_to_tm(X509_get0_notAfter(&certificate), &utc) != 1)
-        return std::nullopt;
-    return static_cast<std::int64_t>(timegm(&utc));
+    return unixTime(*X509_get0_notAfter(&certificate));
 }
 
 bool isKeyOfCertificate(const EVP_PKEY& key, const X509& certificate)

@@ -83,7 +83,8 @@ struct AlternativeNames {
 /// name pass for a shorter one.
 std::optional<AlternativeNames> readAlternativeNames(const X509& certificate);
 
-/// When the certificate ends, in Unix seconds; absent when it does not say so properly.
+/// When the certificate begins and ends, in Unix seconds; absent when it does not say so properly.
+std::optional<std::int64_t> certificateBeginTime(const X509& certificate);
 std::optional<std::int64_t> certificateEndTime(const X509& certificate);
 
 /// Whether the private key belongs to the certificate.

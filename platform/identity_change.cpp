@@ -128,6 +128,19 @@ std::optional<std::size_t> takeOut(const IdentityDocument& document, const std::
     return place;
 }
 
+/// The entry of an identity that still names the files with which it was loaded; null when there is none.
+json_t* findEntry(const IdentityDocument& document, const Identity& identity)
+{
+    const json_t* entries = identityArray(document);
+    for (std::size_t i = 0; i < json_array_size(entries); ++i) {
+        json_t* entry = json_array_get(entries, i);
+        const char* key = json_string_value(json_object_get(entry, "privateKey"));
+        if (key && key == identity.privateKey && isIdentityEntry(entry, identity.server, identity.certType))
+            return entry;
+    }
+    return nullptr;
+}
+
 int removalFailure(const std::string& path, std::string* cause)
 {
     return identityFailure(EC_file_write_failed, "Unable to remove " + path + ": " + errorText(errno), cause);
@@ -293,6 +306,36 @@ int saveIdentity(const Identity& identity, const IdentityPem& pem, Identity* sto
     if (stored)
         *stored = added;
     return EC_success;
+}
+
+int renewIdentity(const Identity& identity, const IdentityPem& pem, Identity* stored, std::string* cause)
+{
+    if (const std::string why = whyNotStorable(identity, pem); !why.empty())
+        return notStorable(why, cause);
+    if (const int status = checkIdentityDirectory(cause); status != EC_success)
+        return status;
+    const TQLockFile lock(TQ_IDENTITY_LOCK_FILE, LOCK_TRIES, LOCK_WAIT_MS);
+    if (lock.fd == -1)
+        return lockFailure(lock, cause);
+    IdentityDocument document;
+    if (const int status = readIdentityDocument(document, cause); status != EC_success)
+        return status;
+    json_t* entry = findEntry(document, identity);
+    if (!entry)
+        return EC_identity_not_found;
+
+    Identity renewed = identity;
+    nameFiles(renewed);
+    const std::set<std::string> before = namedFiles(document);
+    if (json_object_update(entry, identityToJson(renewed).get()) != 0)
+        return outOfMemory(cause);
+    int status = writePem(renewed, pem, cause);
+    if (status == EC_success)
+        status = writeDocument(document, cause);
+    removeFilesBeyond(status == EC_success ? namedFiles(document) : before, before);
+    if (status == EC_success && stored)
+        *stored = renewed;
+    return status;
 }
 
 int removeIdentity(const std::string& server, cert_type certType, std::string* cause)

@@ -115,6 +115,10 @@ bool checkVersion(const json_t* root, std::string& fault)
     const json_t* version = json_object_get(root, "version");
     if (!json_is_integer(version))
         fault = "it has no version number";
+    else if (json_integer_value(version) > STORE_VERSION)
+        fault = "it is of version " + std::to_string(json_integer_value(version)) +
+                ", made by a newer release, and this one knows version " + std::to_string(STORE_VERSION) +
+                "; install that release again";
     else if (json_integer_value(version) != STORE_VERSION)
         fault = "it is of version " + std::to_string(json_integer_value(version)) + "; this release knows " +
                 std::to_string(STORE_VERSION) + " only";

@@ -81,6 +81,14 @@ const char* certTypeName(cert_type certType);
 [[nodiscard]] int saveIdentity(const Identity& identity, const IdentityPem& pem, Identity* stored = nullptr,
                                std::string* cause = nullptr);
 
+/// Gives an identity of the store, as it was loaded with its file names, a new key with its certificate and
+/// authorities: as saveIdentity, with the same promises, but its token stays, and so does every key of its
+/// entry (an absent `trustVersion` leaves the recorded one). `stored` (may be null) receives it with its new
+/// file names. Returns 0, 20 for an empty text, 14, 7610, 7611, or 7612 when the entry is gone or has other
+/// files by now: a change that came in between is not undone.
+[[nodiscard]] int renewIdentity(const Identity& identity, const IdentityPem& pem, Identity* stored = nullptr,
+                                std::string* cause = nullptr);
+
 /// Removes the identity of a server and type with its files and token; removing the last one deletes the
 /// store. Returns 0, 7610, 7611, 7612 or 14.
 [[nodiscard]] int removeIdentity(const std::string& server, cert_type certType, std::string* cause = nullptr);

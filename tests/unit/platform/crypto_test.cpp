@@ -203,6 +203,17 @@ TEST(CertificateEndTime, IsInUnixSeconds)
     EXPECT_FALSE(tq::certificateEndTime(*without));
 }
 
+TEST(CertificateBeginTime, IsInUnixSeconds)
+{
+    fakes::CertificateOptions options;
+    options.startSeconds = -7000;
+    const auto begin = tq::certificateBeginTime(*fakes::makeSelfSigned(options).certificate);
+    ASSERT_TRUE(begin);
+    EXPECT_NEAR(static_cast<double>(*begin), static_cast<double>(std::time(nullptr) - 7000), 5);
+    const tq::Certificate without(X509_new());
+    EXPECT_FALSE(tq::certificateBeginTime(*without));
+}
+
 TEST(IsKeyOfCertificate, KnowsTheRightKey)
 {
     const fakes::Issued issued = issuedFor({"h1"});

@@ -370,6 +370,21 @@ TEST_F(HttpClientTest, OwnFilesThatAreMissingAre7622)
     EXPECT_EQ(fakes::countRecorded(16, "localhost"), 1U);
 }
 
+TEST_F(HttpClientTest, AnIdentityThatIsRenewedMeanwhileServesTheNextRequest)
+{
+    const auto made = client();
+    master_.tokenFails = true;
+    master_.tokenAnswer.close = true;
+    EXPECT_EQ(made->Get("a"), 7624);
+    std::vector<tq::Identity> identities;
+    ASSERT_EQ(tq::loadIdentityStore(identities), 0);
+    ASSERT_EQ(tq::renewIdentity(identities.at(0),
+                                {pki().host.pem(), pki().host.keyPem(), pki().authority.pem()}),
+              0);
+    master_.tokenFails = false;
+    EXPECT_EQ(made->Get("a"), 0);
+}
+
 TEST_F(HttpClientTest, AServerWithAnotherAuthorityIs7621AndSeesNoToken)
 {
     storeToken("token-1", 3600);

@@ -48,6 +48,7 @@ namespace {
 
 using SaveIdentity = IdentityFixture;
 using RemoveIdentity = IdentityFixture;
+using RenewIdentity = IdentityFixture;
 using TryIdentityStore = IdentityFixture;
 
 std::vector<tq::Identity> loaded()
@@ -426,6 +427,106 @@ TEST_F(SaveIdentity, KilledAtAnySystemCallKeyAndCertificateMatchAndTheNextRunHea
         ASSERT_THAT(namesIn(directory),
                     UnorderedElementsAre("identity.json", "identity.lock", healed.certificate,
                                          healed.privateKey, healed.caCertificates));
+    }
+    EXPECT_GT(killed, 30);
+    EXPECT_GT(sawOld, 0);
+    EXPECT_LT(sawOld, killed) << "some kills come after the change took effect";
+}
+
+TEST_F(RenewIdentity, ReplacesKeyAndCertificateInPlaceAndKeepsTheToken)
+{
+    const tq::Identity old = store(identity("m1"), "old");
+    const tq::Identity other = store(identity("m2"), "other");
+    writeText(tq::identityFiles(old).token, "{}", 0600);
+    tq::Identity stored;
+    ASSERT_EQ(tq::renewIdentity(old, pem("new"), &stored), 0);
+    EXPECT_THAT(summaries(), ElementsAre("m1 host id-of-m1", "m2 host id-of-m2"));
+    EXPECT_EQ(markOf(loaded().at(0)), "new");
+    EXPECT_EQ(markOf(stored), "new");
+    EXPECT_THAT(namesIn(directory),
+                UnorderedElementsAre("identity.json", "identity.lock", stored.certificate, stored.privateKey,
+                                     stored.caCertificates, other.certificate, other.privateKey,
+                                     other.caCertificates, "token.host.m1"));
+}
+
+TEST_F(RenewIdentity, KeepsWhatItDoesNotKnowAndATrustVersionThatIsNotNew)
+{
+    store(identity("m1"), "old");
+    std::string text = readText(storeFile);
+    text.replace(text.find("\"server\""), 0, "\"note\": \"of the next release\", ");
+    writeText(storeFile, text, 0600);
+    tq::Identity old = loaded().at(0);
+    old.trustVersion.reset();
+    ASSERT_EQ(tq::renewIdentity(old, pem("new")), 0);
+    EXPECT_THAT(readText(storeFile), HasSubstr("of the next release"));
+    EXPECT_EQ(loaded().at(0).trustVersion, "1");
+    old = loaded().at(0);
+    old.trustVersion = "2";
+    ASSERT_EQ(tq::renewIdentity(old, pem("newer")), 0);
+    EXPECT_EQ(loaded().at(0).trustVersion, "2");
+}
+
+TEST_F(RenewIdentity, AChangeThatCameInBetweenIsNotUndone)
+{
+    const tq::Identity old = store(identity("m1"), "old");
+    tq::Identity fresh = store(identity("m1"), "enrolled anew");
+    writeText(tq::identityFiles(fresh).token, "{}", 0600);
+    const auto before = namesIn(directory);
+    EXPECT_EQ(tq::renewIdentity(old, pem("new")), 7612);
+    EXPECT_EQ(markOf(loaded().at(0)), "enrolled anew");
+    EXPECT_EQ(namesIn(directory), before);
+    ASSERT_EQ(tq::removeIdentity("m1", CERT_TYPE_HOST), 0);
+    EXPECT_EQ(tq::renewIdentity(fresh, pem("new")), 7610);
+}
+
+TEST_F(RenewIdentity, FailuresHaveTheirStatusAndKeepTheOldIdentity)
+{
+    const tq::Identity old = store(identity("m1"), "old");
+    const auto before = namesIn(directory);
+    std::string cause;
+    EXPECT_EQ(tq::renewIdentity(old, {"", "key", "authority"}, nullptr, &cause), 20);
+
+    const rlimit none{0, RLIM_INFINITY};
+    const rlimit unlimited{RLIM_INFINITY, RLIM_INFINITY};
+    signal(SIGXFSZ, SIG_IGN);
+    setrlimit(RLIMIT_FSIZE, &none);
+    const int full = tq::renewIdentity(old, pem("new"), nullptr, &cause);
+    setrlimit(RLIMIT_FSIZE, &unlimited);
+    EXPECT_EQ(full, 14);
+    EXPECT_THAT(cause, MatchesRegex("Unable to write /usr/torqv/var/identity/host.m1.*: File too large"));
+    EXPECT_EQ(markOf(loaded().at(0)), "old");
+    EXPECT_EQ(namesIn(directory), before);
+
+    writeText(storeFile, "{", 0600);
+    EXPECT_EQ(tq::renewIdentity(old, pem("new")), 7611);
+    chmod(directory.c_str(), 0755);
+    EXPECT_EQ(tq::renewIdentity(old, pem("new")), 7611);
+}
+
+TEST_F(RenewIdentity, KilledAtAnySystemCallKeyAndCertificateMatchAndTheNextRunHeals)
+{
+    tq::Identity old;
+    const auto change = [&] { (void)tq::renewIdentity(old, pem("new")); };
+    int killed = 0;
+    int sawOld = 0;
+    for (int call = 1;; ++call) {
+        SCOPED_TRACE("killed at system call " + std::to_string(call));
+        tests::freshDirectory(directory, 0700);
+        old = store(identity("m1"), "old");
+        writeText(tq::identityFiles(old).token, "{}", 0600);
+        if (!killAtSystemCall(call, change))
+            break;
+        ++killed;
+        const std::string mark = markOf(loaded().at(0));
+        ASSERT_THAT(mark, testing::AnyOf("old", "new"));
+        ASSERT_EQ(readText(tq::identityFiles(old).token), "{}");
+        sawOld += mark == "old" ? 1 : 0;
+        letTimePass();
+        tq::Identity healed;
+        ASSERT_EQ(tq::renewIdentity(loaded().at(0), pem("healed"), &healed), 0);
+        ASSERT_THAT(namesIn(directory),
+                    UnorderedElementsAre("identity.json", "identity.lock", healed.certificate,
+                                         healed.privateKey, healed.caCertificates, "token.host.m1"));
     }
     EXPECT_GT(killed, 30);
     EXPECT_GT(sawOld, 0);

@@ -251,7 +251,8 @@ TEST_F(IdentityStoreSafety, DamagedStoreIs7611WithItsCause)
         {"", "identity.json: it is not JSON: line 1"},
         {"{\"version\": 1, \"identities\": [", "identity.json: it is not JSON: line 1"},
         {R"({"version": 2, "identities": []})",
-         "identity.json: it is of version 2; this release knows 1 only"},
+         "identity.json: it is of version 2, made by a newer release, and this one knows version 1; "
+         "install that release again"},
         {R"({"version": 1, "identities": [{}]})", "identity.json: identity 1 has no text for \"server\""},
     };
     for (const auto& [text, cause] : cases) {
