@@ -97,6 +97,8 @@ TransferResult transferResult(const TransferFault& fault, const char* words)
     TransferResult result{fault.status, fault.cause};
     if (fault.status != EC_success && *words != '\0')
         result.cause.append(" (").append(words).append(")");
+    if (*fault.advice != '\0')
+        result.cause.append("; ").append(fault.advice);
     return result;
 }
 
@@ -201,11 +203,18 @@ TransferResult HttpSession::send(const HttpRequest& request, HttpReply& reply)
     words_.front() = '\0';
     const CURLcode code = curl_easy_perform(handle_.get());
     long httpStatus = 0;
-    if (code == CURLE_OK)
+    long verification = 0;
+    if (code == CURLE_OK) {
         curl_easy_getinfo(handle_.get(), CURLINFO_RESPONSE_CODE, &httpStatus);
-    else
+    } else {
+        curl_easy_getinfo(handle_.get(), CURLINFO_SSL_VERIFYRESULT, &verification);
         handle_.reset(); // closing reads the last word of a server that broke off: it may be an alert
-    const TransferEnd end{code, transfer_.overLimit, transfer_.repeatRefused, transfer_.certificateRefused,
+    }
+    const TransferEnd end{code,
+                          verification,
+                          transfer_.overLimit,
+                          transfer_.repeatRefused,
+                          transfer_.certificateRefused,
                           transfer_.headUnfinished};
     const TransferFault fault = faultOfTransfer(end);
     if (fault.status != EC_success) {

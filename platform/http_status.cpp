@@ -7,6 +7,7 @@
 #include <iterator>
 #include <openssl/ssl.h>
 #include <openssl/tls1.h>
+#include <openssl/x509_vfy.h>
 
 namespace tq {
 
@@ -61,6 +62,14 @@ constexpr int CERTIFICATE_ALERTS[] = {SSL_AD_NO_CERTIFICATE,
                                       SSL_AD_BAD_CERTIFICATE_HASH_VALUE,
                                       SSL_AD_CERTIFICATE_REQUIRED};
 
+/// A master server's certificate lasts for years: mostly it is a clock that is wrong.
+constexpr const char* CHECK_CLOCKS = "check the clocks of this host and of the server";
+
+bool isMatterOfTime(long verification)
+{
+    return verification == X509_V_ERR_CERT_NOT_YET_VALID || verification == X509_V_ERR_CERT_HAS_EXPIRED;
+}
+
 } // namespace
 
 TransferFault faultOfTransfer(const TransferEnd& end)
@@ -77,7 +86,12 @@ TransferFault faultOfTransfer(const TransferEnd& end)
         return HEAD_TOO_LONG;
     const auto* row = std::find_if(std::begin(CODES), std::end(CODES),
                                    [&](const CodeRow& each) { return each.curlCode == end.curlCode; });
-    return row == std::end(CODES) ? NOT_MADE : row->fault;
+    if (row == std::end(CODES))
+        return NOT_MADE;
+    TransferFault fault = row->fault;
+    if (fault.status == EC_web_not_trusted && isMatterOfTime(end.verification))
+        fault.advice = CHECK_CLOCKS;
+    return fault;
 }
 
 bool isCertificateAlert(int alert)

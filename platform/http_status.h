@@ -5,13 +5,15 @@ namespace tq {
 
 /// Why a transfer failed.
 struct TransferFault {
-    int status = 0;         ///< 25 or 7620 to 7626; 0 for a transfer that did not fail
-    const char* cause = ""; ///< plain English, no full stop; never null
+    int status = 0;          ///< 25 or 7620 to 7626; 0 for a transfer that did not fail
+    const char* cause = "";  ///< plain English, no full stop; never null
+    const char* advice = ""; ///< what to do about it, of the same kind; empty where the cause says enough
 };
 
 /// What is known about the end of a transfer.
 struct TransferEnd {
     int curlCode = 0;                ///< CURLcode
+    long verification = 0;           ///< OpenSSL's verdict on the server's chain, 0 when it found no fault
     bool overLimit = false;          ///< our own count cut the reply off
     bool repeatRefused = false;      ///< libcurl wanted to send the request again on a new connection
     bool certificateRefused = false; ///< an alert of isCertificateAlert() arrived

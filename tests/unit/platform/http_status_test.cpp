@@ -64,6 +64,19 @@ TEST(FaultOfTransfer, MemoryThatRunsOutWithinTheHeadIsAnEndlessHeader)
     EXPECT_EQ(faultOfTransfer({.curlCode = 3, .headUnfinished = true}).status, 7626);
 }
 
+TEST(FaultOfTransfer, ACertificateOfAnotherTimeAsksForALookAtTheClocks)
+{
+    constexpr const char* LOOK = "check the clocks of this host and of the server";
+    for (const long verification : {9L, 10L}) { // not yet valid, has expired
+        EXPECT_STREQ(faultOfTransfer({.curlCode = 60, .verification = verification}).advice, LOOK);
+        EXPECT_STREQ(faultOfTransfer({.curlCode = 60, .verification = verification}).cause,
+                     "the server's certificate is not trusted");
+        EXPECT_STREQ(faultOfTransfer({.curlCode = 28, .verification = verification}).advice, "");
+    }
+    for (const long verification : {0L, 18L, 19L, 20L, 62L})
+        EXPECT_STREQ(faultOfTransfer({.curlCode = 60, .verification = verification}).advice, "");
+}
+
 TEST(FaultOfTransfer, EveryFaultHasWords)
 {
     for (int code = 1; code < 100; ++code)
