@@ -3,11 +3,13 @@
 #include "masterd/client_identity.h"
 #include "masterd/clock.h"
 #include "masterd/host_record.h"
+#include "masterd/parts_ahead.h"
 #include "masterd/request_target.h"
 #include "platform/json.h"
 
 #include <array>
 #include <cstdio>
+#include <memory>
 #include <stdexcept>
 
 namespace masterd {
@@ -303,7 +305,7 @@ WebReply WebService::listAllHosts()
         reply.body += "]}";
         return reply;
     }
-    reply.nextPart = [this, place, isLast = false]() mutable -> std::string {
+    const auto fetch = [this, place, isLast = false]() mutable -> std::string {
         if (isLast)
             return "";
         std::string part = store_.listHosts(place);
@@ -312,6 +314,7 @@ WebReply WebService::listAllHosts()
             part += "]}";
         return part;
     };
+    reply.nextPart = [parts = std::make_shared<PartsAhead>(fetch)] { return parts->next(); };
     return reply;
 }
 

@@ -1,6 +1,7 @@
 // The running service on a machine that is short of something, and towards clients that mean harm.
 #include "masterd/clock.h"
 #include "platform/json.h"
+#include "tests/unit/masterd/default_stack_size.h"
 #include "tests/unit/masterd/failing_calls.h"
 #include "tests/unit/masterd/raw_tls_client.h"
 #include "tests/unit/masterd/running_service.h"
@@ -12,7 +13,6 @@
 #include <future>
 #include <gtest/gtest.h>
 #include <netinet/tcp.h>
-#include <pthread.h>
 #include <sstream>
 #include <thread>
 
@@ -21,34 +21,10 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 using std::chrono::steady_clock;
+using tests::DefaultStackSize;
 using tests::Host;
 using tests::RawTlsClient;
 using tests::RunningService;
-
-/// What threads without a size of their own get while it lives. The system's library gives them 2 MiB where
-/// the limit of the main stack is lifted.
-class DefaultStackSize {
-public:
-    explicit DefaultStackSize(std::size_t bytes)
-    {
-        pthread_getattr_default_np(&before_);
-        pthread_attr_t changed{};
-        pthread_attr_init(&changed);
-        pthread_attr_setstacksize(&changed, bytes);
-        EXPECT_EQ(pthread_setattr_default_np(&changed), 0);
-        pthread_attr_destroy(&changed);
-    }
-    DefaultStackSize(const DefaultStackSize&) = delete;
-    DefaultStackSize& operator=(const DefaultStackSize&) = delete;
-    ~DefaultStackSize()
-    {
-        pthread_setattr_default_np(&before_);
-        pthread_attr_destroy(&before_);
-    }
-
-private:
-    pthread_attr_t before_{};
-};
 
 /// The answer to a client without a certificate.
 std::string answerTo(const RunningService& service, const std::string& text)
