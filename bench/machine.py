@@ -16,18 +16,23 @@ def processor():
     return model[1] if model else os.uname().machine
 
 
+def git(top, *arguments):
+    result = subprocess.run(["git", "-C", top, *arguments], capture_output=True, text=True, check=False)
+    return result.stdout.strip()
+
+
 def commit(top):
-    result = subprocess.run(
-        ["git", "-C", top, "rev-parse", "--short", "HEAD"], capture_output=True, text=True, check=False
-    )
-    return result.stdout.strip() or "unknown"
+    """The commit of the sources, and whether they are still those of the commit."""
+    changed = git(top, "status", "--porcelain", "--untracked-files=no")
+    return (git(top, "rev-parse", "--short", "HEAD") or "unknown") + (" and changes on top of it" if changed else "")
 
 
 def description(top):
-    """One line: day, kernel, processors and commit."""
+    """One line: day, kernel, processors, how busy they were with all there is to do, and commit."""
     day = datetime.date.today().isoformat()
-    kernel = f"Linux {os.uname().release}"
-    return f"{day}, {kernel}, {os.cpu_count()} processors ({processor()}), commit {commit(top)}"
+    processors = f"{os.cpu_count()} processors ({processor()})"
+    load = f"load {os.getloadavg()[2]:.0f}"
+    return f"{day}, Linux {os.uname().release}, {processors}, {load}, commit {commit(top)}"
 
 
 def replaced(text, table, description_line):
