@@ -96,6 +96,7 @@ std::string absolutePath(const std::string& path, const std::string& startFolder
 void runCommand(const std::string& command, Arguments& arguments, const std::string& startFolder)
 {
     const DataFolder folder(absolutePath(arguments.data, startFolder));
+    becomeFolderOwner(folder);
     if (command == "init") {
         runInit(folder, arguments.names, std::cout);
     } else if (command == "invite") {

@@ -6,7 +6,9 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <grp.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace masterd {
 
@@ -108,6 +110,16 @@ DataFolderHold::DataFolderHold(const DataFolder& folder) : lock_(folder.lockFile
         failOn("take the lock", folder.lockFile(), tq::fileFault);
     }
     throw CommandFailure(EXIT_FOLDER_BUSY, "another tqmasterd is using the data folder " + folder.path());
+}
+
+void becomeFolderOwner(const DataFolder& folder)
+{
+    struct stat status {};
+    if (geteuid() != 0 || stat(folder.path().c_str(), &status) != 0 || status.st_uid == 0)
+        return;
+    if (setgroups(0, nullptr) != 0 || setresgid(status.st_gid, status.st_gid, status.st_gid) != 0 ||
+        setresuid(status.st_uid, status.st_uid, status.st_uid) != 0)
+        failOn("become the owner of", folder.path());
 }
 
 Authority initDataFolder(const DataFolder& folder, const std::vector<std::string>& names)

@@ -54,6 +54,12 @@ private:
     std::string path_;
 };
 
+/// Where root calls for a folder that another user owns, turns this process into that user for good: what the
+/// commands make in the folder of a service must be the service's, and root's rights are not needed for it.
+/// Throws CommandFailure when that cannot be done. For any other caller, or a folder that is absent, it does
+/// nothing.
+void becomeFolderOwner(const DataFolder& folder);
+
 /// Makes authority, server certificate (for `names`), database and settings, and the folder itself when it is
 /// absent. Returns the authority. Throws CommandFailure: when the folder holds an authority already, or
 /// anything that is not a data folder's, and then stays as it is; when another process holds it; when a file

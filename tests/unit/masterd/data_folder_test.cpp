@@ -8,6 +8,8 @@
 #include <gtest/gtest.h>
 #include <map>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 
@@ -206,6 +208,44 @@ TEST_F(DataFolderTest, DamagedKeyFileIsToldByName)
     EXPECT_EQ(failureOf([&] { masterd::loadKeyAndCertificate(scratch_.file("absent")); }, &message),
               masterd::EXIT_FAILED);
     EXPECT_EQ(message, "cannot read " + scratch_.file("absent") + ": No such file or directory");
+}
+
+/// Whether a process that called becomeFolderOwner() has the given user and group for good, and no other
+/// group.
+bool isOwnerAfterwards(const DataFolder& folder, uid_t user, gid_t group)
+{
+    const uid_t before = getuid();
+    const pid_t child = fork();
+    if (child == 0) {
+        masterd::becomeFolderOwner(folder);
+        uid_t users[3] = {};
+        gid_t groups[3] = {};
+        getresuid(&users[0], &users[1], &users[2]);
+        getresgid(&groups[0], &groups[1], &groups[2]);
+        bool is = true;
+        for (int i = 0; i < 3; ++i)
+            is = is && users[i] == user && groups[i] == group;
+        _exit(is && (user == before || getgroups(0, nullptr) == 0) ? 0 : 1);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    return status == 0;
+}
+
+TEST_F(DataFolderTest, RootWorksAsTheOwnerOfAServicesFolder)
+{
+    constexpr uid_t SERVICE_USER = 65534;
+    std::filesystem::create_directory(folder_.path());
+    // Only root gives a folder away; for anybody else it stays his own, and he stays himself.
+    const bool given = chown(folder_.path().c_str(), SERVICE_USER, SERVICE_USER) == 0;
+    EXPECT_TRUE(isOwnerAfterwards(folder_, given ? SERVICE_USER : getuid(), given ? SERVICE_USER : getgid()));
+}
+
+TEST_F(DataFolderTest, CallerStaysHimselfForAFolderOfHisOwnOrNone)
+{
+    EXPECT_TRUE(isOwnerAfterwards(folder_, getuid(), getgid()));
+    std::filesystem::create_directory(folder_.path());
+    EXPECT_TRUE(isOwnerAfterwards(folder_, getuid(), getgid()));
 }
 
 } // namespace
