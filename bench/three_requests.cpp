@@ -1,17 +1,34 @@
-// What the wire of a first update costs a bare program: a token, a record, a token again, on one connection.
+// What the wire of a first update costs a bare program: a token, a record, a token again, on one connection
+// or, as the command has it, with the last on a connection of its own.
 //
-// usage: three-requests URL AUTHORITY CERTIFICATE KEY HOST_ID RECORD
-// URL is the server's root; RECORD is a file with the body of the PUT. A time stands in the record that is
-// sent, so that the server has something to store each time.
+// usage: three-requests CONNECTIONS URL AUTHORITY CERTIFICATE KEY HOST_ID RECORD
+// CONNECTIONS is 1 or 2; URL is the server's root; RECORD is a file with the body of the PUT. A time stands
+// in the record that is sent, so that the server has something to store each time.
 
 #include <chrono>
 #include <cstdio>
 #include <curl/curl.h>
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <string>
 
 namespace {
+
+struct Cleanup {
+    void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
+};
+using Handle = std::unique_ptr<CURL, Cleanup>;
+
+/// One connection to the server, with the host's trust and certificate.
+Handle makeHandle(char* const files[])
+{
+    Handle handle(curl_easy_init());
+    curl_easy_setopt(handle.get(), CURLOPT_CAINFO, files[0]);
+    curl_easy_setopt(handle.get(), CURLOPT_SSLCERT, files[1]);
+    curl_easy_setopt(handle.get(), CURLOPT_SSLKEY, files[2]);
+    return handle;
+}
 
 std::size_t append(char* data, std::size_t size, std::size_t count, void* text)
 {
@@ -65,29 +82,30 @@ std::string readRecord(const char* path)
     return record.insert(record.rfind('}'), ",\"machineTquType\":\"" + time + "\"");
 }
 
-bool update(CURL* handle, const std::string& root, const std::string& hostId, const std::string& record)
+bool update(bool onTwo, char* const files[], const std::string& root, const std::string& hostId,
+            const std::string& record)
 {
     const std::string tokens = root + "/torquenix/security/tokens";
-    const std::string token = tokenOf(ask(handle, "POST", tokens, "", "{}"));
-    return !token.empty() &&
-           !ask(handle, "PUT", root + "/torquenix/config/hosts/" + hostId, token, record).empty() &&
-           !ask(handle, "POST", tokens, token, "{}").empty();
+    Handle handle = makeHandle(files);
+    const std::string token = tokenOf(ask(handle.get(), "POST", tokens, "", "{}"));
+    const std::string place = root + "/torquenix/config/hosts/" + hostId;
+    if (token.empty() || ask(handle.get(), "PUT", place, token, record).empty())
+        return false;
+    if (onTwo)
+        handle = makeHandle(files);
+    return !ask(handle.get(), "POST", tokens, token, "{}").empty();
 }
 
 } // namespace
 
 int main(int argc, char* argv[])
 {
-    if (argc != 7) {
-        std::fprintf(stderr, "usage: three-requests URL AUTHORITY CERTIFICATE KEY HOST_ID RECORD\n");
+    if (argc != 8) {
+        std::fprintf(stderr,
+                     "usage: three-requests CONNECTIONS URL AUTHORITY CERTIFICATE KEY HOST_ID RECORD\n");
         return 2;
     }
     curl_global_init(CURL_GLOBAL_DEFAULT);
-    CURL* handle = curl_easy_init();
-    curl_easy_setopt(handle, CURLOPT_CAINFO, argv[2]);
-    curl_easy_setopt(handle, CURLOPT_SSLCERT, argv[3]);
-    curl_easy_setopt(handle, CURLOPT_SSLKEY, argv[4]);
-    const bool done = update(handle, argv[1], argv[5], readRecord(argv[6]));
-    curl_easy_cleanup(handle);
-    return done ? 0 : 1;
+    const bool onTwo = std::string(argv[1]) == "2";
+    return update(onTwo, argv + 3, argv[2], argv[6], readRecord(argv[7])) ? 0 : 1;
 }
