@@ -23,8 +23,9 @@ def git(top, *arguments):
 
 def commit(top):
     """The commit of the sources, and whether they are still those of the commit."""
-    changed = git(top, "status", "--porcelain", "--untracked-files=no")
-    return (git(top, "rev-parse", "--short", "HEAD") or "unknown") + (" and changes on top of it" if changed else "")
+    known = git(top, "rev-parse", "--short", "HEAD") or "unknown"
+    is_changed = git(top, "status", "--porcelain", "--untracked-files=no")
+    return f"{known} and changes on top of it" if is_changed else known
 
 
 def description(top):

@@ -77,7 +77,7 @@ def judged(timings, connections):
     peaks = f"unchanged {bed.in_megabytes(unchanged.peak)}, bare requests {bed.in_megabytes(both.peak)}"
     return [
         bed.ratio_row(UNCHANGED, unchanged, local),
-        bed.ratio_row(FIRST, first, bed.added(local, requests), f"{on_two:.2f} when the three need two connections, too; "),
+        bed.ratio_row(FIRST, first, bed.added(local, requests), f"{on_two:.2f} against two connections; "),
         Row(PEAK, peak / bed.MEGABYTE, peaks),
         Row(CONNECTIONS, connections),
     ]

@@ -3,6 +3,7 @@
 import importlib.machinery
 import importlib.util
 import pathlib
+import subprocess
 import sys
 
 import pytest
@@ -84,6 +85,18 @@ def test_a_table_replaces_the_earlier_one_and_nothing_else(tmp_path):
     assert text.startswith(f"before\n{machine.BEGIN}\na machine\n\n| what |")
     assert text.endswith(f"| time / floor | ≤ 1.10 | 1.00 | met |  |\n{machine.END}\nafter\n")
     assert machine.replaced(text, table, "a machine") == text
+
+
+def test_sources_that_differ_from_their_commit_are_told_of(tmp_path):
+    assert machine.commit(tmp_path) == "unknown"
+    git = ["git", "-C", tmp_path, "-c", "user.name=a", "-c", "user.email=a@example"]
+    (tmp_path / "file").write_text("one")
+    for step in (["init", "-q"], ["add", "file"], ["commit", "-q", "-m", "one"]):
+        subprocess.run([*git, *step], check=True)
+    known = machine.commit(tmp_path)
+    assert len(known) >= 7 and known.isalnum()
+    (tmp_path / "file").write_text("two")
+    assert machine.commit(tmp_path) == f"{known} and changes on top of it"
 
 
 TRACE = r"""10 execve("/usr/torqv/torquenix/bin/tqhostdbcmd", ["tqhostdbcmd"], 0x0 /* 3 vars */) = 0
