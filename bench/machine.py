@@ -43,5 +43,5 @@ def replaced(text, table, description_line):
     return f"{before}{BEGIN}\n{description_line}\n\n{table}{END}{after}"
 
 
-def write_table(document, table):
-    document.write_text(replaced(document.read_text(), table, description(document.parent.parent)))
+def write_table(document, table, description_line):
+    document.write_text(replaced(document.read_text(), table, description_line))
