@@ -41,6 +41,9 @@ struct TQClientCURL::Connection {
     /// Sends a request with the token.
     int exchange(tq::HttpRequest request, tq::HttpReply& reply, const char* context);
 
+    /// Whether the store has other files for the identity by now than the session was opened with.
+    [[nodiscard]] bool isReplaced() const;
+
     /// The status of what a session did, with the entry of a failure.
     int ended(const tq::AuthorizedResult& result, const char* context);
 
@@ -50,6 +53,7 @@ struct TQClientCURL::Connection {
     std::string server;
     int port;
     cert_type certType;
+    std::string certificate; ///< name of the file with which the session was opened
     std::unique_ptr<tq::AuthorizedSession> session;
 };
 
@@ -75,6 +79,7 @@ int TQClientCURL::Connection::open(const char* context)
     if (status != EC_success)
         return failed("Reading this host's identity", {status, getECmsg(status)}, context);
 
+    certificate = identity->certificate;
     const tq::IdentityFiles files = tq::identityFiles(*identity);
     tq::TlsTrust trust;
     trust.authoritiesFile = files.caCertificates;
@@ -89,13 +94,20 @@ int TQClientCURL::Connection::open(const char* context)
     return EC_success;
 }
 
+bool TQClientCURL::Connection::isReplaced() const
+{
+    std::vector<tq::Identity> identities;
+    if (tq::loadIdentityStore(identities) != EC_success)
+        return false;
+    const tq::Identity* identity = tq::findIdentity(identities, server, certType);
+    return identity != nullptr && identity->certificate != certificate;
+}
+
 int TQClientCURL::Connection::ended(const tq::AuthorizedResult& result, const char* context)
 {
     if (result.transfer.status == EC_success)
         return EC_success;
-    // A renewal or enrolment beside this process may have replaced the identity's files: the next request
-    // looks for them anew.
-    session.reset();
+    session.reset(); // the next request looks for the identity anew
     return failed(result.what, result.transfer, context);
 }
 
@@ -105,7 +117,15 @@ int TQClientCURL::Connection::exchange(tq::HttpRequest request, tq::HttpReply& r
     if (const int status = open(context); status != EC_success)
         return status;
     const std::int64_t success = statusOfSuccess(request.method);
-    if (const int status = ended(session->send(std::move(request), reply), context); status != EC_success)
+    tq::AuthorizedResult result = session->send(request, reply);
+    if (result.transfer.status != EC_success && !result.transfer.sent && isReplaced()) {
+        // A renewal beside this process took the files away between the look into the store and theirs.
+        session.reset();
+        if (const int status = open(context); status != EC_success)
+            return status;
+        result = session->send(std::move(request), reply);
+    }
+    if (const int status = ended(result, context); status != EC_success)
         return status;
     // The caller's to judge, whose entries name neither the server nor, without a body, the HTTP status.
     if (reply.status != success)

@@ -5,6 +5,7 @@
 #include "platform/paths.h"
 #include "platform/token_store.h"
 #include "tests/fakes/log/recording_log.h"
+#include "tests/fakes/platform/linked_http_transport.h"
 #include "tests/fakes/tls/test_pki.h"
 #include "tests/fakes/tls/tls_test_server.h"
 
@@ -116,6 +117,15 @@ protected:
     static void storeToken(const std::string& text, std::int64_t expiresIn)
     {
         EXPECT_TRUE(tq::storeToken(TOKEN_FILE, {text, std::time(nullptr) + expiresIn}));
+    }
+
+    static void renewIdentity()
+    {
+        std::vector<tq::Identity> identities;
+        ASSERT_EQ(tq::loadIdentityStore(identities), 0);
+        ASSERT_EQ(tq::renewIdentity(identities.at(0),
+                                    {pki().host.pem(), pki().host.keyPem(), pki().authority.pem()}),
+                  0);
     }
 
     static std::string storedToken()
@@ -370,19 +380,23 @@ TEST_F(HttpClientTest, OwnFilesThatAreMissingAre7622)
     EXPECT_EQ(fakes::countRecorded(16, "localhost"), 1U);
 }
 
-TEST_F(HttpClientTest, AnIdentityThatIsRenewedMeanwhileServesTheNextRequest)
+TEST_F(HttpClientTest, AnIdentityThatIsRenewedBetweenTwoAttemptsServesTheSecond)
 {
     const auto made = client();
     master_.tokenFails = true;
     master_.tokenAnswer.close = true;
     EXPECT_EQ(made->Get("a"), 7624);
-    std::vector<tq::Identity> identities;
-    ASSERT_EQ(tq::loadIdentityStore(identities), 0);
-    ASSERT_EQ(tq::renewIdentity(identities.at(0),
-                                {pki().host.pem(), pki().host.keyPem(), pki().authority.pem()}),
-              0);
+    renewIdentity();
     master_.tokenFails = false;
     EXPECT_EQ(made->Get("a"), 0);
+}
+
+TEST_F(HttpClientTest, AnIdentityThatIsRenewedAsItsFilesAreLookedForIsLookedUpOnceMore)
+{
+    fakes::whenATransportOpens = renewIdentity;
+    EXPECT_EQ(client()->Get("a"), 0);
+    EXPECT_EQ(requests(), TOKEN_THEN_GET);
+    EXPECT_TRUE(fakes::recordedLog().empty());
 }
 
 TEST_F(HttpClientTest, AServerWithAnotherAuthorityIs7621AndSeesNoToken)
