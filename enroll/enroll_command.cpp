@@ -4,9 +4,11 @@
 #include "enroll/enrollment.h"
 #include "enroll/fingerprint.h"
 #include "enroll/identity_list.h"
+#include "enroll/own_names.h"
+#include "enroll/renewal_command.h"
+#include "enroll/status_command.h"
+#include "enroll/terminal.h"
 #include "platform/config.h"
-#include "platform/debuglog.h"
-#include "platform/file_io.h"
 #include "platform/json.h"
 #include "platform/server_name.h"
 #include "platform/status.h"
@@ -14,7 +16,6 @@
 #include "platform/user.h"
 
 #include <CLI/CLI.hpp>
-#include <cerrno>
 #include <cstring>
 #include <ctime>
 #include <ostream>
@@ -25,15 +26,16 @@ namespace enroll {
 
 namespace {
 
-constexpr const char* PROGRAM = "tqenroll";
 constexpr const char* INVITATION_OPTION = "--invitation";
-constexpr int LOG_MODE = 0644;
 
 constexpr const char* FOOTER =
     "Exit status: 0 done; 1 internal failure, or a result that could not be shown; 2 the command line is "
     "wrong; 3 not root; 4 the server is not reachable; 5 the server is not trusted; 6 the authority has "
-    "another fingerprint; 7 the invitation is unknown, used or expired; 8 the server's answer cannot be "
-    "used; 9 the identity store is damaged or cannot be written; 10 there is no such identity.";
+    "another fingerprint; 7 the invitation is unknown, used, expired or for another host; 8 the server's "
+    "answer cannot be used; 9 the identity store is damaged or cannot be written; 10 there is no such "
+    "identity; 11 the certificate has ended or is refused, and a new invitation is needed; 12 the status "
+    "could not be told or shown. Of --status: 0 in step with every server; 1 behind a server, or a "
+    "certificate ends within 30 days, has ended or cannot be read; 2 this host has no identity.";
 
 struct Arguments {
     std::string server;
@@ -42,8 +44,15 @@ struct Arguments {
     bool cluster = false;
     bool list = false;
     bool remove = false;
+    bool status = false;
+    bool json = false;
+    bool metrics = false;
+    bool renew = false;
+    bool ifNeeded = false;
 
     [[nodiscard]] cert_type certType() const { return cluster ? CERT_TYPE_CLUSTER : CERT_TYPE_HOST; }
+    [[nodiscard]] bool enrols() const { return !invitation.empty() || !fingerprint.empty(); }
+    [[nodiscard]] bool namesIdentity() const { return !server.empty() || cluster; }
 };
 
 void defineOptions(CLI::App& app, Arguments& arguments)
@@ -56,6 +65,15 @@ void defineOptions(CLI::App& app, Arguments& arguments)
                  "The identity of the cluster's virtual host, not of this host");
     app.add_flag("--list", arguments.list, "Show this host's identities and when their certificates end");
     app.add_flag("--remove", arguments.remove, "Remove the identity towards the server");
+    app.add_flag("--status", arguments.status,
+                 "Show for each server its identities, the last record sent, the last attempt and whether "
+                 "this host is in step with it; a line each");
+    app.add_flag("--json", arguments.json, "The status as JSON");
+    app.add_flag("--metrics", arguments.metrics, "The status as a text file for Prometheus");
+    app.add_flag("--renew", arguments.renew,
+                 "Renew the certificate of the identity towards the server, without --server those of all");
+    app.add_flag("--if-needed", arguments.ifNeeded,
+                 "Renew only what two thirds of its life are over, and be quiet when there is nothing to do");
     app.footer(FOOTER);
 }
 
@@ -75,17 +93,6 @@ void hideInvitation(int argc, char** argv)
 [[noreturn]] void failUsage(const std::string& sentence)
 {
     throw Failure(ExitStatus::usage, sentence);
-}
-
-/// Writes a result; `what` begins the sentence about one that did not get out.
-void show(std::ostream& out, const std::string& text, const std::string& what)
-{
-    errno = 0;
-    out << text << std::flush;
-    const int cause = errno;
-    if (!out)
-        throw Failure(ExitStatus::failed, what + " could not be written to standard output" +
-                                              (cause != 0 ? ": " + tq::errorText(cause) : ""));
 }
 
 void requireServer(const Arguments& arguments)
@@ -115,8 +122,9 @@ void runEnrollment(const Arguments& arguments, int port, std::ostream& out)
     if (!fingerprint)
         failUsage("the option --fingerprint needs the 64 hexadecimal digits of a SHA-256 fingerprint");
     requireRoot();
-    const EnrollmentOrder order{arguments.server, port, arguments.invitation, *fingerprint,
-                                arguments.certType()};
+    EnrollmentOrder order{arguments.server, port, arguments.invitation, *fingerprint, arguments.certType()};
+    if (!arguments.cluster) // a cluster's virtual host goes by a name of its own
+        order.ownNames = readOwnNames();
     const tq::Identity identity = enroll(order, tq::webLimits(tq::readPlatformSettings()));
     const std::string end =
         describeEnd(certificateFileEnd(tq::identityFiles(identity).certificate), std::time(nullptr));
@@ -158,26 +166,69 @@ void runRemoval(const Arguments& arguments, std::ostream& out)
     }
 }
 
-void runRequested(const Arguments& arguments, int port, std::ostream& out)
+/// Options that only make sense together, or alone.
+void requireSense(const Arguments& arguments)
 {
-    const bool enrols = !arguments.invitation.empty() || !arguments.fingerprint.empty();
-    if (arguments.list) {
-        if (enrols || arguments.remove || arguments.cluster || !arguments.server.empty())
-            failUsage("the option --list stands alone");
-        runList(out);
-    } else if (arguments.remove) {
-        if (enrols)
-            failUsage("the option --remove takes --server and --cluster only");
-        runRemoval(arguments, out);
-    } else {
-        runEnrollment(arguments, port, out);
-    }
+    if (arguments.list + arguments.remove + arguments.status + arguments.renew > 1)
+        failUsage("only one of --list, --remove, --status and --renew can be done at a time");
+    if (arguments.list && (arguments.enrols() || arguments.namesIdentity()))
+        failUsage("the option --list stands alone");
+    if (arguments.remove && arguments.enrols())
+        failUsage("the option --remove takes --server and --cluster only");
+    if (arguments.status && (arguments.enrols() || arguments.namesIdentity()))
+        failUsage("the option --status takes --json or --metrics only");
+    if (arguments.renew && arguments.enrols())
+        failUsage("the option --renew takes --if-needed, --server and --cluster only");
+    if (arguments.renew && arguments.cluster && arguments.server.empty())
+        failUsage("with --renew the option --cluster needs --server");
+    if (arguments.json && arguments.metrics)
+        failUsage("the options --json and --metrics exclude each other");
+    if ((arguments.json || arguments.metrics) && !arguments.status)
+        failUsage("the options --json and --metrics belong to --status");
+    if (arguments.ifNeeded && !arguments.renew)
+        failUsage("the option --if-needed belongs to --renew");
 }
 
-void parseAndRun(int argc, char** argv, int port, std::ostream& out)
+int runStatusRequest(const Arguments& arguments, std::ostream& out)
+{
+    requireRoot();
+    const StatusForm form = arguments.json      ? StatusForm::json
+                            : arguments.metrics ? StatusForm::metrics
+                                                : StatusForm::lines;
+    return static_cast<int>(runStatus(form, out));
+}
+
+int runRenewalRequest(const Arguments& arguments, int port, std::ostream& out, std::ostream& err)
+{
+    if (!arguments.server.empty())
+        requireServer(arguments);
+    requireRoot();
+    return static_cast<int>(
+        runRenewals({arguments.server, arguments.certType(), arguments.ifNeeded, port}, out, err));
+}
+
+int runRequested(const Arguments& arguments, int port, std::ostream& out, std::ostream& err)
+{
+    requireSense(arguments);
+    // These two may be asked for by a timer or a monitoring system, and leave no trace when all is well.
+    if (arguments.status)
+        return runStatusRequest(arguments, out);
+    if (arguments.renew)
+        return runRenewalRequest(arguments, port, out, err);
+    openLog();
+    if (arguments.list)
+        runList(out);
+    else if (arguments.remove)
+        runRemoval(arguments, out);
+    else
+        runEnrollment(arguments, port, out);
+    return static_cast<int>(ExitStatus::done);
+}
+
+int parseAndRun(int argc, char** argv, int port, std::ostream& out, std::ostream& err)
 {
     Arguments arguments;
-    CLI::App app("Gives this host an identity towards a master server.", PROGRAM);
+    CLI::App app("Gives this host an identity towards a master server, and looks after it.", PROGRAM);
     defineOptions(app, arguments);
     try {
         app.parse(argc, argv);
@@ -185,31 +236,28 @@ void parseAndRun(int argc, char** argv, int port, std::ostream& out)
         std::ostringstream text;
         app.exit(help, text, text);
         show(out, text.str(), "the help");
-        return;
+        return static_cast<int>(ExitStatus::done);
     }
     hideInvitation(argc, argv);
     umask(S_IWGRP | S_IWOTH);
-    int unused = 0;
-    open_debug_log(TQ_LOG_DIR, TQ_LOG_SUBDIR, PROGRAM, LOG_MODE, &unused);
-    runRequested(arguments, port, out);
+    return runRequested(arguments, port, out, err);
 }
 
 } // namespace
 
 int runCommand(int argc, char** argv, std::ostream& out, std::ostream& err, int port)
 {
-    ExitStatus status = ExitStatus::done;
+    ExitStatus status = ExitStatus::failed;
     try {
-        parseAndRun(argc, argv, port, out);
+        return parseAndRun(argc, argv, port, out, err);
     } catch (const CLI::ParseError& fault) {
         status = ExitStatus::usage;
-        err << PROGRAM << ": " << fault.what() << ".\n";
+        complain(err, fault.what());
     } catch (const Failure& failure) {
         status = failure.status();
-        err << PROGRAM << ": " << failure.what() << ".\n";
+        complain(err, failure.what());
     } catch (const std::exception& fault) {
-        status = ExitStatus::failed;
-        err << PROGRAM << ": internal failure: " << fault.what() << ".\n";
+        complain(err, std::string("internal failure: ") + fault.what());
     }
     return static_cast<int>(status);
 }

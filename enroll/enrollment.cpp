@@ -2,10 +2,13 @@
 
 #include "enroll/enroll_failure.h"
 #include "enroll/enrollment_reply.h"
+#include "enroll/own_names.h"
 #include "enroll/server_authority.h"
+#include "enroll/web_failure.h"
 #include "platform/http_answer.h"
 #include "platform/http_session.h"
 #include "platform/json.h"
+#include "platform/paths.h"
 #include "platform/status.h"
 
 namespace enroll {
@@ -28,35 +31,19 @@ void requireUsableStore(const EnrollmentOrder& order)
         throw Failure(ExitStatus::storeFailed, "the identity store cannot be used: " + cause);
 }
 
-[[noreturn]] void failTransfer(const EnrollmentOrder& order, const tq::TransferResult& result)
-{
-    const std::string server = "server " + order.server + " on port " + std::to_string(order.port);
-    const std::string cause = ": " + result.cause + (result.sent ? MAYBE_SPENT : "");
-    switch (result.status) {
-    case EC_cannot_connect:
-    case EC_web_timeout:
-        throw Failure(ExitStatus::notReachable, server + " is not reachable" + cause);
-    case EC_web_not_trusted:
-    case EC_web_certificate_refused:
-        throw Failure(ExitStatus::notTrusted, server + " is not trusted" + cause);
-    case EC_web_request_failed: // on this side
-        throw Failure(ExitStatus::failed, "this host could not ask " + server + cause);
-    default:
-        throw Failure(ExitStatus::replyUnusable, server + " gave no usable answer" + cause);
-    }
-}
-
 /// The authority of the server in PEM, once its fingerprint is the expected one.
 std::string trustedAuthority(const EnrollmentOrder& order, const tq::WebLimits& limits)
 {
     tq::Certificate authority;
     const tq::TransferResult result = takeServerAuthority(order.server, order.port, limits, authority);
     if (result.status != EC_success)
-        failTransfer(order, result);
+        failTransfer(order.server, order.port, result);
     if (!tq::equalInConstantTime(tq::certificateFingerprint(*authority), order.fingerprint))
         throw Failure(ExitStatus::wrongFingerprint,
                       "the authority of server " + order.server +
-                          " has another fingerprint than the given one, so the invitation was not sent");
+                          " has another fingerprint than the given one, so the invitation was not sent; "
+                          "take both anew from tqmasterd invite, and if that changes nothing, then another "
+                          "machine answers under this name");
     return tq::certificateToPem(*authority);
 }
 
@@ -85,7 +72,7 @@ std::string redeemInvitation(const EnrollmentOrder& order, const std::string& au
     request.body = &body;
     tq::HttpReply reply;
     if (const tq::TransferResult result = session.send(request, reply); result.status != EC_success)
-        failTransfer(order, result);
+        failTransfer(order.server, order.port, result, result.sent ? MAYBE_SPENT : "");
     if (reply.status == HTTP_FORBIDDEN)
         throw Failure(
             ExitStatus::invitationRefused,
@@ -108,6 +95,18 @@ EnrollmentReply checkedReply(const EnrollmentOrder& order, const std::string& an
     }
 }
 
+/// The server alone knows for whom an invitation is, and tells it with the certificate.
+void requireInvitationForThisHost(const EnrollmentOrder& order, const std::string& hostName)
+{
+    if (order.ownNames.empty() || isOneOf(order.ownNames, hostName))
+        return;
+    const std::string& name = order.ownNames.front();
+    throw Failure(ExitStatus::invitationRefused,
+                  "the invitation was for host " + hostName + ", this host is " + name +
+                      ", and it is spent now; ask for one for this host (tqmasterd invite --host " + name +
+                      "), or set CLIENT_NAME in " + TQ_CONFIG_FILE + " if the invited name is this host's");
+}
+
 } // namespace
 
 tq::Identity enroll(const EnrollmentOrder& order, const tq::WebLimits& limits)
@@ -119,6 +118,7 @@ tq::Identity enroll(const EnrollmentOrder& order, const tq::WebLimits& limits)
         throw Failure(ExitStatus::failed, "no key could be made");
     const std::string answer = redeemInvitation(order, authority, requestBody(order, *key), limits);
     const EnrollmentReply reply = checkedReply(order, answer, *key);
+    requireInvitationForThisHost(order, reply.hostName);
 
     tq::Identity identity;
     identity.server = order.server;

@@ -1,4 +1,4 @@
-/// The master server's answer to an enrolment.
+/// The master server's answer to an enrolment or a renewal.
 #pragma once
 
 #include "platform/crypto.h"
@@ -10,7 +10,7 @@
 
 namespace enroll {
 
-/// What an enrolment brings, checked.
+/// What an enrolment or a renewal brings, checked.
 struct EnrollmentReply {
     std::string hostId;
     std::string hostName; ///< from the certificate
@@ -28,7 +28,7 @@ public:
 /// Whether a text is a UUID in lower or upper case, 8-4-4-4-12 digits.
 bool isUuid(std::string_view text);
 
-/// Parses and checks the body of a 201: `hostId` is a UUID, the certificate belongs to `key`, names
+/// Parses and checks the body of a 201 or 200: `hostId` is a UUID, the certificate belongs to `key`, names
 /// "urn:uuid:<hostId>" and one host name at least, and `caCertificates` holds certificates. Throws
 /// UnusableReply otherwise.
 EnrollmentReply parseEnrollmentReply(std::string_view body, const EVP_PKEY& key);

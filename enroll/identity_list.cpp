@@ -1,12 +1,11 @@
 #include "enroll/identity_list.h"
 
+#include "enroll/utc_time.h"
 #include "platform/crypto.h"
 #include "platform/file_io.h"
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
-#include <ctime>
 
 namespace enroll {
 
@@ -36,13 +35,9 @@ std::string formatRows(const std::vector<Row>& rows)
 
 std::string describeEnd(std::optional<std::int64_t> end, std::int64_t now)
 {
-    std::tm utc{};
-    const std::time_t seconds = end.value_or(0);
-    if (!end || gmtime_r(&seconds, &utc) == nullptr)
+    if (!end)
         return "unknown";
-    std::array<char, 64> text{};
-    std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S UTC", &utc);
-    return std::string(text.data()) + (*end < now ? " (ended)" : "");
+    return utcTime(*end) + (*end < now ? " (ended)" : "");
 }
 
 std::optional<std::int64_t> certificateFileEnd(const std::string& path)

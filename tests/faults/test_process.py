@@ -9,13 +9,13 @@ import stat
 
 import pytest
 
+from clock import at_time, prepare_clock
 from contract import Contract, identity_files
 from local_info import cases
 from process_group import process_group
 from sandbox import BIN_DIR, is_sanitized
 
 COMMAND = f"{BIN_DIR}/tqhostdbcmd"
-FAKETIME = "/usr/lib/x86_64-linux-gnu/faketime/libfaketime.so.1"
 RETRIEVED = "Retrieved local host information successfully"
 
 
@@ -202,18 +202,14 @@ def test_an_ignored_child_signal_does_not_hide_the_tools_results(enrolled):
 
 
 def run_at(box, when, *arguments, **variables):
-    """Runs the command while its clock shows another time. That stands in a file: nothing of the environment
-    reaches what the command does, and the tools keep the real clock."""
-    (box.shared / "clock").write_text(f"{when}\n")
-    environment = {"LD_PRELOAD": FAKETIME, "FAKETIME_DONT_FAKE_MONOTONIC": "1", "FAKETIME_NO_CACHE": "1"}
-    environment["ASAN_OPTIONS"] = box.environment()["ASAN_OPTIONS"] + ":verify_asan_link_order=0"
-    return box.command(*arguments, env=environment | variables)
+    """Runs the command while its clock shows another time; the tools keep the real one."""
+    return box.command(*arguments, env=at_time(box, when) | variables)
 
 
 @pytest.fixture
 def clocked(enrolled):
     """A host whose clock a test can set, with a token of now."""
-    (enrolled.etc / "faketimerc").symlink_to("/shared/clock")
+    prepare_clock(enrolled)
     assert enrolled.command("-update").status == 0
     enrolled.forget_log()
     return enrolled

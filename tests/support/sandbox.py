@@ -528,6 +528,10 @@ class Sandbox:
         self.masters[folder or name] = master
         return master
 
+    def enroll_program(self, *arguments, **options):
+        """Runs tqenroll."""
+        return self.run([f"{BIN_DIR}/tqenroll", *arguments], **options)
+
     def enrol(self, master, invitation=None, fingerprint=None, cluster=False, host=None):
         """Runs tqenroll; invitation and fingerprint are asked of the server unless they are given."""
         if invitation is None:

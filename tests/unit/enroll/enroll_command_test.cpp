@@ -64,13 +64,30 @@ protected:
     {
         isRoot = 1;
         std::filesystem::remove_all(TQ_VAR_DIR);
+        std::ofstream(TQ_CONFIG_FILE) << "CLIENT_NAME = h1.example\n";
+        answerAll();
     }
-    ~EnrollCommandTest() override { std::filesystem::create_directories(TQ_VAR_DIR); }
+    ~EnrollCommandTest() override
+    {
+        std::filesystem::create_directories(TQ_VAR_DIR);
+        std::filesystem::remove(TQ_CONFIG_FILE);
+    }
 
     [[nodiscard]] std::vector<std::string> enrolment() const
     {
         return {"--server",         "localhost",     "--invitation",
                 master_.invitation, "--fingerprint", master_.fingerprint()};
+    }
+
+    /// Enrolment, tokens and renewals.
+    void answerAll()
+    {
+        master_.instead = [this](const fakes::SeenRequest& request) {
+            if (request.path == "/torquenix/security/tokens")
+                return fakes::answer(201, R"({"token": "token-1", "expiresIn": 3600})");
+            return request.path == "/torquenix/security/renewals" ? master_.renew(request)
+                                                                  : master_.enrol(request);
+        };
     }
 
     [[nodiscard]] CommandRun enrolHere(const std::vector<std::string>& more = {})
@@ -171,6 +188,18 @@ TEST_F(EnrollCommandTest, WrongCommandLinesAre2WithOneSentence)
         {"--list", "--cluster"},
         {"--remove"},
         {"--remove", "--server", "s", "--invitation", "i"},
+        {"--remove", "--renew", "--server", "s"},
+        {"--status", "--list"},
+        {"--status", "--server", "s"},
+        {"--status", "--json", "--metrics"},
+        {"--status", "--if-needed"},
+        {"--json"},
+        {"--list", "--metrics"},
+        {"--renew", "--json"},
+        {"--renew", "--cluster"},
+        {"--renew", "--server", "a/b"},
+        {"--renew", "--fingerprint", GOOD_FINGERPRINT},
+        {"--if-needed"},
     };
     for (const std::vector<std::string>& arguments : wrong) {
         const CommandRun result = run(arguments);
@@ -194,6 +223,7 @@ TEST_F(EnrollCommandTest, AResultThatCannotBeWrittenIs1WithOneSentence)
         {{"--help"}, "the help"},
         {{"--list"}, "the list of identities"},
         {enrolment(), "this host is enrolled, but the report of it"},
+        {{"--renew"}, "the identity is renewed, but the report of it"},
         {{"--remove", "--server", "localhost"}, "the identity is removed, but the report of it"},
     };
     for (const auto& [arguments, what] : cases) {
@@ -210,15 +240,19 @@ TEST_F(EnrollCommandTest, HelpNamesTheExitStatuses)
 {
     const CommandRun result = run({"--help"});
     EXPECT_EQ(result.status, 0);
-    EXPECT_THAT(result.out, HasSubstr("10 there is no such identity"));
+    EXPECT_THAT(result.out, HasSubstr("11 the certificate has ended or is refused"));
+    EXPECT_THAT(result.out, HasSubstr("Of --status: 0 in step with every server;"));
     EXPECT_EQ(result.err, "");
 }
 
 TEST_F(EnrollCommandTest, WhoIsNotRootGets3AndNothingIsTouched)
 {
     isRoot = 0;
-    for (const std::vector<std::string>& arguments :
-         {enrolment(), {"--list"}, {"--remove", "--server", "localhost"}}) {
+    for (const std::vector<std::string>& arguments : {enrolment(),
+                                                      {"--list"},
+                                                      {"--remove", "--server", "localhost"},
+                                                      {"--status"},
+                                                      {"--renew", "--if-needed"}}) {
         const CommandRun result = run(arguments);
         EXPECT_EQ(result.status, 3);
         EXPECT_EQ(result.err, "tqenroll: only root may read or change this host's identities.\n");
@@ -253,12 +287,78 @@ TEST_F(EnrollCommandTest, EachFailureHasItsStatusAndOneSentence)
     EXPECT_EQ(enrolHere().status, 5);
 
     std::ofstream(std::string(TQ_IDENTITY_DIR) + "/identity.json") << "damaged";
-    for (const std::vector<std::string>& each :
-         {enrolment(), {"--list"}, {"--remove", "--server", "localhost"}}) {
+    for (const std::vector<std::string>& each : {enrolment(),
+                                                 {"--list"},
+                                                 {"--remove", "--server", "localhost"},
+                                                 {"--status"},
+                                                 {"--renew"},
+                                                 {"--renew", "--if-needed"}}) {
         const CommandRun damaged = run(each);
         EXPECT_EQ(damaged.status, 9);
         EXPECT_THAT(damaged.err, HasSubstr("identity.json"));
     }
+}
+
+TEST_F(EnrollCommandTest, AnInvitationForAnotherHostIsRefusedAndLeavesNoIdentity)
+{
+    master_.hostName = "db7.example";
+    const CommandRun result = enrolHere();
+    EXPECT_EQ(result.status, 7);
+    EXPECT_EQ(
+        result.err,
+        "tqenroll: the invitation was for host db7.example, this host is h1.example, and it is spent now; "
+        "ask for one for this host (tqmasterd invite --host h1.example), or set CLIENT_NAME in "
+        "/usr/torqv/torquenix/kx.conf if the invited name is this host's.\n");
+    EXPECT_EQ(run({"--list"}).out, "This host has no identities.\n");
+    EXPECT_EQ(enrolHere({"--cluster"}).status, 0) << "a cluster's virtual host has a name of its own";
+}
+
+TEST_F(EnrollCommandTest, StatusIsToldInThreeForms)
+{
+    EXPECT_EQ(run({"--status"}).status, 2);
+    ASSERT_EQ(enrolHere().status, 0);
+    const CommandRun lines = run({"--status"});
+    EXPECT_EQ(lines.status, 1) << "the certificate of the test ends within the hour";
+    EXPECT_THAT(lines.out, MatchesRegex("localhost: in step; .*\n"));
+    EXPECT_THAT(run({"--status", "--json"}).out, MatchesRegex("\\{\"servers\": .*\\}\n"));
+    EXPECT_THAT(run({"--status", "--metrics"}).out,
+                HasSubstr("tqhostdb_last_status{server=\"localhost\"} 0\n"));
+}
+
+TEST_F(EnrollCommandTest, AStatusThatCannotBeWrittenIsNoVerdict)
+{
+    std::ofstream full("/dev/full");
+    const CommandRun result = run({"--status"}, 1, &full);
+    EXPECT_EQ(result.status, 12);
+    EXPECT_EQ(result.err,
+              "tqenroll: the status could not be written to standard output: No space left on device.\n");
+}
+
+TEST_F(EnrollCommandTest, RenewalWithoutAnythingToRenew)
+{
+    EXPECT_EQ(run({"--renew", "--if-needed"}).status, 0);
+    EXPECT_EQ(run({"--renew"}).err, "tqenroll: this host has no identity to renew.\n");
+    EXPECT_EQ(run({"--renew", "--if-needed", "--server", "localhost"}).status, 10);
+    ASSERT_EQ(enrolHere().status, 0);
+    const CommandRun early = run({"--renew", "--if-needed"});
+    EXPECT_EQ(early.status, 0);
+    EXPECT_EQ(early.out + early.err, "");
+    EXPECT_EQ(run({"--renew", "--server", "localhost", "--cluster"}).status, 10);
+}
+
+TEST_F(EnrollCommandTest, ARenewalThatFailsSaysSoAndGoesOnWithTheNext)
+{
+    ASSERT_EQ(enrolHere().status, 0);
+    ASSERT_EQ(enrolHere({"--cluster"}).status, 0);
+    const CommandRun result = run({"--renew"}, fakes::closedPort());
+    EXPECT_EQ(result.status, 4);
+    EXPECT_THAT(result.err,
+                MatchesRegex("(tqenroll: server localhost on port [0-9]+ is not reachable: .*\\.\n){2}"));
+    const TlsTestServer& server = master_.start();
+    EXPECT_THAT(
+        run({"--renew"}, server.port()).out,
+        MatchesRegex("Renewed the host identity towards localhost; the certificate ends 20.* UTC\n"
+                     "Renewed the cluster identity towards localhost; the certificate ends 20.* UTC\n"));
 }
 
 TEST_F(EnrollCommandTest, TheInvitationIsBlottedOutOnTheCommandLineAndNeverShown)

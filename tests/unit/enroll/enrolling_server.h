@@ -49,7 +49,20 @@ public:
         const char* given = json_string_value(json_object_get(body.get(), "invitation"));
         if (given == nullptr || invitation != given)
             return fakes::answer(403, R"({"errorCode": 403, "errMessage": "the invitation has expired"})");
-        const char* csr = json_string_value(json_object_get(body.get(), "certificateRequest"));
+        return certify(201, *body);
+    }
+
+    /// The server's own answer to a renewal: 200.
+    fakes::ServerAnswer renew(const fakes::SeenRequest& request) const
+    {
+        const tq::JsonRef body(json_loads(request.body.c_str(), 0, nullptr));
+        return certify(200, *body);
+    }
+
+private:
+    fakes::ServerAnswer certify(int status, const json_t& body) const
+    {
+        const char* csr = json_string_value(json_object_get(&body, "certificateRequest"));
         const tq::Certificate made = fakes::certify(
             authority, csr == nullptr ? "" : csr,
             {.commonName = hostName, .dnsNames = {hostName}, .uris = {std::string("urn:uuid:") + HOST_ID}});
@@ -58,9 +71,8 @@ public:
         const tq::JsonRef reply(json_pack("{s:s, s:s, s:s, s:s}", "hostId", HOST_ID, "certificate",
                                           tq::certificateToPem(*made).c_str(), "caCertificates",
                                           authority.pem().c_str(), "trustVersion", "7"));
-        return fakes::answer(201, tq::JsonText(json_dumps(reply.get(), 0)).get());
+        return fakes::answer(status, tq::JsonText(json_dumps(reply.get(), 0)).get());
     }
 
-private:
     std::unique_ptr<fakes::TlsTestServer> server_;
 };

@@ -1,0 +1,163 @@
+#include "enroll/renewal.h"
+
+#include "enroll/enroll_failure.h"
+#include "enroll/enrollment_reply.h"
+#include "enroll/utc_time.h"
+#include "enroll/web_failure.h"
+#include "platform/authorized_session.h"
+#include "platform/file_io.h"
+#include "platform/http_answer.h"
+#include "platform/http_session.h"
+#include "platform/json.h"
+#include "platform/status.h"
+
+#include <ctime>
+#include <memory>
+
+namespace enroll {
+
+namespace {
+
+constexpr const char* RENEWAL_PATH = "torquenix/security/renewals";
+constexpr std::int64_t HTTP_OK = 200;
+constexpr std::int64_t HTTP_FORBIDDEN = 403;
+constexpr std::size_t CERTIFICATE_MAX_BYTES = std::size_t{1} << 20U;
+
+std::string nameOf(const tq::Identity& identity)
+{
+    return std::string("the ") + tq::certTypeName(identity.certType) + " identity towards " + identity.server;
+}
+
+/// Ends the sentences about an identity that cannot renew itself any more.
+std::string askForInvitation(const tq::Identity& identity)
+{
+    return "; enrol again with a new invitation of that server (tqmasterd invite --host " +
+           identity.hostName + (identity.certType == CERT_TYPE_CLUSTER ? " --cluster" : "") + ")";
+}
+
+[[noreturn]] void failRefused(const tq::Identity& identity, const std::string& cause)
+{
+    throw Failure(ExitStatus::invitationNeeded, "server " + identity.server + " does not renew " +
+                                                    nameOf(identity) + ": " + cause +
+                                                    askForInvitation(identity));
+}
+
+/// Without a connection: the server would refuse the certificate, with fewer words.
+void requireLivingCertificate(const tq::Identity& identity)
+{
+    const std::int64_t now = std::time(nullptr);
+    const std::optional<CertificateLife> life = readCertificateLife(tq::identityFiles(identity).certificate);
+    if (life && chooseRenewal(*life, now) == RenewalNeed::ended)
+        throw Failure(ExitStatus::invitationNeeded,
+                      "the certificate of " + nameOf(identity) + " has ended at " + utcTime(life->end) +
+                          " and it is " + utcTime(now) + " by this host's clock, so it cannot be renewed" +
+                          askForInvitation(identity));
+}
+
+std::string requestBody(const tq::Identity& identity, EVP_PKEY& key)
+{
+    const std::string request = tq::makeCertificateRequest(key, tq::certTypeName(identity.certType));
+    const tq::JsonRef body(json_pack("{s:s}", "certificateRequest", request.c_str()));
+    const tq::JsonText text(json_dumps(body.get(), JSON_COMPACT));
+    if (request.empty() || !text)
+        throw Failure(ExitStatus::failed, "the certificate request could not be made");
+    return text.get();
+}
+
+/// Sends the request; the body of the 200.
+std::string askForCertificate(const tq::Identity& identity, int port, const std::string& body,
+                              const tq::WebLimits& limits)
+{
+    const tq::IdentityFiles files = tq::identityFiles(identity);
+    tq::TlsTrust trust;
+    trust.authoritiesFile = files.caCertificates;
+    trust.certificateFile = files.certificate;
+    trust.privateKeyFile = files.privateKey;
+    tq::AuthorizedSession session(std::make_unique<tq::HttpSession>(identity.server, port, trust, limits),
+                                  files.token);
+    tq::HttpRequest request;
+    request.method = "POST";
+    request.path = RENEWAL_PATH;
+    request.body = &body;
+    tq::HttpReply reply;
+    const tq::AuthorizedResult result = session.send(request, reply);
+    if (result.transfer.status == EC_web_certificate_refused || result.tokenRefusal == HTTP_FORBIDDEN)
+        failRefused(identity, result.transfer.cause);
+    if (result.transfer.status != EC_success)
+        failTransfer(identity.server, port, result.transfer);
+    if (reply.status == HTTP_FORBIDDEN)
+        failRefused(identity, tq::describeAnswer(reply.status, reply.body));
+    if (reply.status != HTTP_OK)
+        throw Failure(ExitStatus::replyUnusable, "server " + identity.server + " did not renew " +
+                                                     nameOf(identity) + ": " +
+                                                     tq::describeAnswer(reply.status, reply.body));
+    return reply.body;
+}
+
+EnrollmentReply checkedReply(const tq::Identity& identity, const std::string& answer, const EVP_PKEY& key)
+{
+    try {
+        EnrollmentReply reply = parseEnrollmentReply(answer, key);
+        if (reply.hostId != identity.hostId)
+            throw UnusableReply("it is for the host identifier " + reply.hostId + ", not for " +
+                                identity.hostId);
+        return reply;
+    } catch (const UnusableReply& fault) {
+        throw Failure(ExitStatus::replyUnusable,
+                      "the answer of server " + identity.server + " cannot be used: " + fault.what());
+    }
+}
+
+tq::Identity stored(const tq::Identity& renewed, const tq::IdentityPem& pem)
+{
+    tq::Identity identity;
+    std::string cause;
+    switch (tq::renewIdentity(renewed, pem, &identity, &cause)) {
+    case EC_success:
+        return identity;
+    case EC_identity_store_missing:
+    case EC_identity_not_found:
+        throw Failure(ExitStatus::noSuchIdentity, nameOf(renewed) +
+                                                      " was removed or replaced by another run meanwhile, "
+                                                      "so its renewal is dropped");
+    default:
+        throw Failure(ExitStatus::storeFailed, "the renewed identity could not be stored: " + cause);
+    }
+}
+
+} // namespace
+
+RenewalNeed chooseRenewal(const CertificateLife& life, std::int64_t now)
+{
+    if (life.end < now)
+        return RenewalNeed::ended;
+    return now >= life.begin + (life.end - life.begin) * 2 / 3 ? RenewalNeed::due : RenewalNeed::none;
+}
+
+std::optional<CertificateLife> readCertificateLife(const std::string& path)
+{
+    const std::optional<std::string> pem = tq::readFile(path, CERTIFICATE_MAX_BYTES, nullptr);
+    const tq::Certificate certificate = pem ? tq::parseCertificate(*pem) : nullptr;
+    if (!certificate)
+        return std::nullopt;
+    const std::optional<std::int64_t> begin = tq::certificateBeginTime(*certificate);
+    const std::optional<std::int64_t> end = tq::certificateEndTime(*certificate);
+    return begin && end ? std::optional<CertificateLife>({*begin, *end}) : std::nullopt;
+}
+
+tq::Identity renew(const tq::Identity& identity, int port, const tq::WebLimits& limits)
+{
+    requireLivingCertificate(identity);
+    const tq::Key key = tq::generateKey();
+    if (!key)
+        throw Failure(ExitStatus::failed, "no key could be made");
+    const std::string answer = askForCertificate(identity, port, requestBody(identity, *key), limits);
+    const EnrollmentReply reply = checkedReply(identity, answer, *key);
+
+    tq::Identity renewed = identity;
+    renewed.hostName = reply.hostName;
+    renewed.trustVersion = reply.trustVersion;
+    return stored(renewed, {reply.certificate, tq::keyToPem(*key), reply.caCertificates});
+}
+
+} // namespace enroll
