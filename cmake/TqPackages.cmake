@@ -1,4 +1,4 @@
-# Debian and RPM packages of what TqInstall.cmake installs: packaging/make, or `cpack` in a build folder.
+# Debian and RPM packages of what TqInstall.cmake installs: `cpack` in a build folder lays them into packages/ there.
 # Two packages, tqhostdb-client and tqhostdb-master; their components are groups, so that each kind of package can
 # bring what only it has.
 set(CPACK_PACKAGE_NAME tqhostdb)
@@ -8,6 +8,7 @@ set(CPACK_PACKAGE_CONTACT "tqhostdb maintainers <maintainers@tqhostdb.invalid>")
 set(CPACK_PACKAGE_RELOCATABLE OFF)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_GENERATOR DEB RPM)
+set(CPACK_PACKAGE_DIRECTORY ${CMAKE_BINARY_DIR}/packages)
 # The paths below the install root are absolute; DESTDIR is what stages them.
 set(CPACK_SET_DESTDIR ON)
 set(CPACK_INSTALL_PREFIX /usr)

@@ -20,7 +20,7 @@ def pytest_addoption(parser):
         action="append",
         metavar="FOLDER",
         help="build folder whose programs are tested (default: build/asan). With several, end-to-end tests take "
-        "the sanitized ones, faults and bench the others, and what is marked `shipped` takes all",
+        "the sanitized ones, faults, bench and packaging the others, and what is marked `shipped` takes all",
     )
     parser.addoption(
         "--faults",
@@ -61,7 +61,7 @@ def is_satisfied_elsewhere(item):
     build = getattr(item, "callspec", None) and item.callspec.params.get("build")
     if build is None or item.get_closest_marker("shipped"):
         return False
-    return is_sanitized(build) == bool({"faults", "bench"} & set(item.path.parts))
+    return is_sanitized(build) == bool({"faults", "bench", "packaging"} & set(item.path.parts))
 
 
 @pytest.hookimpl(hookwrapper=True, tryfirst=True)
