@@ -1,7 +1,8 @@
 // The road of -readallhosts -display done barely: the reply into one text, wrapped in "[" and "]", parsed as
 // a whole tree; a record of texts for each host in a list; a new object for each record, printed as one line.
 // For each host without "machineTquType" the entry that the road prescribes goes to a log, one write each.
-// Nothing is released on the way, as the road does not release it either.
+// What the road releases is released: the list of hosts, when the records are made, though not the reply
+// around it.
 //
 // usage: bare-list URL AUTHORITY CERTIFICATE KEY TOKEN LOG >LIST
 
@@ -200,10 +201,11 @@ int main(int argc, char* argv[])
     const std::string text = "[" + body + "]";
     json_error_t error;
     const json_t* tree = json_loads(text.c_str(), 0, &error);
-    const json_t* hosts = json_object_get(json_array_get(tree, 0), "hosts");
+    json_t* hosts = json_object_get(json_array_get(tree, 0), "hosts");
     std::vector<Record> records;
     for (std::size_t number = 0; number < json_array_size(hosts); ++number)
         records.push_back(readRecord(json_array_get(hosts, number), number, log));
+    json_decref(hosts);
     std::fputs("{\"hosts\":[", stdout);
     const char* separator = "";
     for (const Record& record : records) {
@@ -213,6 +215,5 @@ int main(int argc, char* argv[])
         separator = ", ";
     }
     std::fputs("]}\n", stdout);
-    std::fflush(stdout);
-    std::_Exit(records.empty() ? 1 : 0);
+    return records.empty() ? 1 : 0;
 }
