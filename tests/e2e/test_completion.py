@@ -100,7 +100,7 @@ def test_every_command_and_option_of_the_master_server_is_completed(shell, build
         assert shell.complete(f"tqmasterd {option[:-1]}") == f"tqmasterd {option} "
 
 
-@pytest.mark.parametrize("program", ["tqmasterd"])
+@pytest.mark.parametrize("program", ["tqenroll", "tqmasterd"])
 def test_nothing_is_offered_that_the_program_does_not_know(build, program):
     known = help_options(build, program)
     for command in MASTER_COMMANDS if program == "tqmasterd" else ():

@@ -38,5 +38,5 @@ def long_options(build, program, *commands):
 def help_statuses(build, program):
     """The exit statuses that the help explains: number to text."""
     footer = help_text(build, program).rpartition("Exit status: ")[2]
-    statuses = (entry.strip().partition(" ") for entry in footer.strip().rstrip(".").split(";"))
+    statuses = (entry.strip().partition(" ") for entry in footer.partition(".")[0].split(";"))
     return {int(number): text for number, _, text in statuses}
