@@ -34,13 +34,14 @@ def pytest_addoption(parser):
 def pytest_generate_tests(metafunc):
     if "build" in metafunc.fixturenames:
         paths = build_paths(tuple(metafunc.config.getoption("--build") or ["build/asan"]))
-        metafunc.parametrize("build", paths, ids=[path.name for path in paths], indirect=True, scope="session")
+        names = [path.name for path in paths]
+        metafunc.parametrize("build", paths, ids=names, indirect=True, scope="session")
 
 
 @pytest.fixture(scope="session")
 def build(request):
-    """The build folder. A fixture, since pytest numbers plain parameters anew for each case of a test, would sort
-    all tests by these numbers, and so set up what a module shares again and again."""
+    """The build folder. A fixture, since pytest numbers plain parameters anew for each case of a test, would
+    sort all tests by these numbers, and so set up what a module shares again and again."""
     return request.param
 
 
