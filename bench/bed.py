@@ -19,7 +19,7 @@ from verdicts import Row  # noqa: E402
 COMMAND = f"{BIN_DIR}/tqhostdbcmd"
 IMAGE = "rhel7-physical"  # names no hypervisor, has every tool: the longest list of external commands
 RUN_SECONDS = 900
-MEGABYTE = 1e6
+MEGABYTE = 1024 * 1024  # of a process, whose memory comes in pages
 
 # Libraries that every program has, and those of a build with sanitizers, which no yardstick carries.
 NOT_LINKED = ("libc.so", "libm.so", "libgcc_s.so", "libstdc++.so", "libasan.so", "libubsan.so", "ld-linux")

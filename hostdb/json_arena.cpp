@@ -56,8 +56,6 @@ JsonArena::JsonArena(std::size_t replyBytes)
         mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (memory == MAP_FAILED)
         return;
-    // A hint: the pages are written once from the first to the last.
-    madvise(memory, bytes, MADV_HUGEPAGE);
     region.begin = region.next = static_cast<char*>(memory);
     region.end = region.begin + bytes;
     json_get_alloc_funcs(&region.takeAfterwards, &region.releaseAfterwards);
