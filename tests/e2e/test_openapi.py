@@ -181,6 +181,11 @@ def test_every_schema_is_one():
         jsonschema.Draft202012Validator.check_schema(schema)
 
 
+def test_the_description_is_of_this_release():
+    (release,) = re.findall(r"TQ_RELEASE_NUMBER \"(.*)\"", (TOP / "platform" / "release.h").read_text())
+    assert DOCUMENT["info"]["version"] == release
+
+
 def test_every_route_of_the_server_is_described_and_no_other():
     source = (TOP / "masterd" / "web_service.cpp").read_text()
     routes = re.findall(r"\{\"([A-Z]+)\", \"([^\"]+)\", Access::", source)
