@@ -42,6 +42,13 @@ std::string askForInvitation(const tq::Identity& identity)
                                                     askForInvitation(identity));
 }
 
+[[noreturn]] void failReplaced(const tq::Identity& identity)
+{
+    throw Failure(ExitStatus::noSuchIdentity,
+                  nameOf(identity) +
+                      " was removed or replaced by another run meanwhile, so this renewal is dropped");
+}
+
 /// Without a connection: the server would refuse the certificate, with fewer words.
 void requireLivingCertificate(const tq::Identity& identity)
 {
@@ -81,6 +88,8 @@ std::string askForCertificate(const tq::Identity& identity, int port, const std:
     request.body = &body;
     tq::HttpReply reply;
     const tq::AuthorizedResult result = session.send(request, reply);
+    if (result.transfer.status != EC_success && !result.transfer.sent && tq::isReplaced(identity))
+        failReplaced(identity);
     if (result.transfer.status == EC_web_certificate_refused || result.tokenRefusal == HTTP_FORBIDDEN)
         failRefused(identity, result.transfer.cause);
     if (result.transfer.status != EC_success)
@@ -117,9 +126,7 @@ tq::Identity stored(const tq::Identity& renewed, const tq::IdentityPem& pem)
         return identity;
     case EC_identity_store_missing:
     case EC_identity_not_found:
-        throw Failure(ExitStatus::noSuchIdentity, nameOf(renewed) +
-                                                      " was removed or replaced by another run meanwhile, "
-                                                      "so its renewal is dropped");
+        failReplaced(renewed);
     default:
         throw Failure(ExitStatus::storeFailed, "the renewed identity could not be stored: " + cause);
     }

@@ -41,9 +41,6 @@ struct TQClientCURL::Connection {
     /// Sends a request with the token.
     int exchange(tq::HttpRequest request, tq::HttpReply& reply, const char* context);
 
-    /// Whether the store has other files for the identity by now than the session was opened with.
-    [[nodiscard]] bool isReplaced() const;
-
     /// The status of what a session did, with the entry of a failure.
     int ended(const tq::AuthorizedResult& result, const char* context);
 
@@ -53,7 +50,7 @@ struct TQClientCURL::Connection {
     std::string server;
     int port;
     cert_type certType;
-    std::string certificate; ///< name of the file with which the session was opened
+    tq::Identity identity; ///< with which the session was opened
     std::unique_ptr<tq::AuthorizedSession> session;
 };
 
@@ -71,16 +68,16 @@ int TQClientCURL::Connection::open(const char* context)
         return EC_success;
     std::vector<tq::Identity> identities;
     int status = tq::loadIdentityStore(identities);
-    const tq::Identity* identity = tq::findIdentity(identities, server, certType);
-    if (status == EC_success && identity == nullptr)
+    const tq::Identity* found = tq::findIdentity(identities, server, certType);
+    if (status == EC_success && found == nullptr)
         status = EC_identity_not_found;
     if (status == EC_identity_store_damaged)
         return status; // the store has written what is wrong with it
     if (status != EC_success)
         return failed("Reading this host's identity", {status, getECmsg(status)}, context);
 
-    certificate = identity->certificate;
-    const tq::IdentityFiles files = tq::identityFiles(*identity);
+    identity = *found;
+    const tq::IdentityFiles files = tq::identityFiles(identity);
     tq::TlsTrust trust;
     trust.authoritiesFile = files.caCertificates;
     trust.certificateFile = files.certificate;
@@ -92,15 +89,6 @@ int TQClientCURL::Connection::open(const char* context)
         return failed("Connecting", opened, context);
     session = std::make_unique<tq::AuthorizedSession>(std::move(transport), files.token);
     return EC_success;
-}
-
-bool TQClientCURL::Connection::isReplaced() const
-{
-    std::vector<tq::Identity> identities;
-    if (tq::loadIdentityStore(identities) != EC_success)
-        return false;
-    const tq::Identity* identity = tq::findIdentity(identities, server, certType);
-    return identity != nullptr && identity->certificate != certificate;
 }
 
 int TQClientCURL::Connection::ended(const tq::AuthorizedResult& result, const char* context)
@@ -118,7 +106,7 @@ int TQClientCURL::Connection::exchange(tq::HttpRequest request, tq::HttpReply& r
         return status;
     const std::int64_t success = statusOfSuccess(request.method);
     tq::AuthorizedResult result = session->send(request, reply);
-    if (result.transfer.status != EC_success && !result.transfer.sent && isReplaced()) {
+    if (result.transfer.status != EC_success && !result.transfer.sent && tq::isReplaced(identity)) {
         // A renewal beside this process took the files away between the look into the store and theirs.
         session.reset();
         if (const int status = open(context); status != EC_success)

@@ -125,6 +125,16 @@ const Identity* findIdentity(const std::vector<Identity>& identities, const std:
     return found == identities.end() ? nullptr : &*found;
 }
 
+bool isReplaced(const Identity& identity)
+{
+    std::vector<Identity> identities;
+    const int status = loadIdentityStore(identities);
+    if (status != EC_success && status != EC_identity_store_missing)
+        return false;
+    const Identity* now = findIdentity(identities, identity.server, identity.certType);
+    return now == nullptr || now->certificate != identity.certificate;
+}
+
 IdentityFiles identityFiles(const Identity& identity)
 {
     const std::string directory = std::string(TQ_IDENTITY_DIR) + "/";

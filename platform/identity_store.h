@@ -54,6 +54,10 @@ struct IdentityPem {
 const Identity* findIdentity(const std::vector<Identity>& identities, const std::string& server,
                              cert_type certType);
 
+/// Whether a change has come over an identity since it was loaded: its entry is gone or names other files,
+/// and the files of before may be gone. False too when the store cannot be read.
+[[nodiscard]] bool isReplaced(const Identity& identity);
+
 IdentityFiles identityFiles(const Identity& identity);
 
 /// "host" or "cluster" as the store and its file names write a type; an empty text for another type.

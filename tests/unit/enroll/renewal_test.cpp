@@ -217,3 +217,12 @@ TEST_F(RenewalTest, AnIdentityThatWasReplacedMeanwhileStaysAsItIs)
     }
     EXPECT_FALSE(std::filesystem::exists(TQ_IDENTITY_STORE_FILE));
 }
+
+TEST_F(RenewalTest, FilesThatAnotherRenewalTookAwayAreNotCalledMissing)
+{
+    const tq::Identity stale = identity_;
+    renew();
+    identity_ = stale;
+    EXPECT_THAT(failureOf(ExitStatus::noSuchIdentity, master_.start().port()),
+                HasSubstr("was removed or replaced by another run meanwhile"));
+}

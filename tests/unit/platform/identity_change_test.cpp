@@ -479,6 +479,20 @@ TEST_F(RenewIdentity, AChangeThatCameInBetweenIsNotUndone)
     EXPECT_EQ(tq::renewIdentity(fresh, pem("new")), 7610);
 }
 
+TEST_F(RenewIdentity, WhoLoadedBeforeCanTellThatItWasReplaced)
+{
+    const tq::Identity old = store(identity("m1"), "old");
+    EXPECT_FALSE(tq::isReplaced(old));
+    tq::Identity renewed;
+    ASSERT_EQ(tq::renewIdentity(old, pem("new"), &renewed), 0);
+    EXPECT_TRUE(tq::isReplaced(old));
+    EXPECT_FALSE(tq::isReplaced(renewed));
+    ASSERT_EQ(tq::removeIdentity("m1", CERT_TYPE_HOST), 0);
+    EXPECT_TRUE(tq::isReplaced(renewed));
+    writeText(storeFile, "{", 0600);
+    EXPECT_FALSE(tq::isReplaced(renewed)) << "nobody knows";
+}
+
 TEST_F(RenewIdentity, FailuresHaveTheirStatusAndKeepTheOldIdentity)
 {
     const tq::Identity old = store(identity("m1"), "old");
