@@ -5,6 +5,8 @@ import stat
 
 import pytest
 
+from clock import at_time, prepare_clock
+
 pytestmark = pytest.mark.shipped
 
 MASTER1, MASTER2 = "master1.example", "master2.example"
@@ -16,10 +18,6 @@ def identity_files(box):
     if not folder.exists():
         return {}
     return {file.name: file.read_bytes() for file in folder.iterdir() if not file.name.endswith(".lock")}
-
-
-def enrol_program(box, *arguments):
-    return box.run(["/usr/torqv/torquenix/bin/tqenroll", *arguments])
 
 
 def test_an_invitation_gives_an_identity_that_works(box, master):
@@ -44,11 +42,86 @@ def test_a_wrong_fingerprint_is_refused_and_the_invitation_is_never_sent(box, ma
     invitation = box.master(MASTER1, "other-authority").invite(box.host_name)
     good = master.invite(box.host_name)
     result = box.enrol(master, good.text, invitation.fingerprint)
-    assert result.status != 0
-    assert "fingerprint" in result.err
-    assert MASTER1 in result.err
+    assert (result.status, result.out) == (6, "")
+    assert result.err == (
+        f"tqenroll: the authority of server {MASTER1} has another fingerprint than the given one, so the "
+        "invitation was not sent; take both anew from tqmasterd invite, and if that changes nothing, then "
+        "another machine answers under this name.\n"
+    )
     assert identity_files(box) == {}
     assert box.enrol(master, good.text, good.fingerprint).status == 0
+
+
+def test_an_invitation_for_another_host_is_refused_and_says_for_whom_it_was(box, master):
+    box.add_config("CLIENT_NAME = h1.example")
+    result = box.enrol(master, host="db7.example")
+    assert (result.status, result.out) == (7, "")
+    assert result.err == (
+        "tqenroll: the invitation was for host db7.example, this host is h1.example, and it is spent now; "
+        "ask for one for this host (tqmasterd invite --host h1.example), or set CLIENT_NAME in "
+        "/usr/torqv/torquenix/kx.conf if the invited name is this host's.\n"
+    )
+    assert identity_files(box) == {}
+    assert box.enrol(master).status == 0
+
+
+def test_a_refused_invitation_leaves_the_identity_that_was_there(enrolled, master):
+    before = identity_files(enrolled)
+    assert enrolled.enrol(master, host="db7.example").status == 7
+    assert identity_files(enrolled) == before
+
+
+def test_the_configured_name_of_this_host_may_be_invited(box, master):
+    box.add_config("CLIENT_NAME = db7.example")
+    assert box.enrol(master, host="db7.example").status == 0
+    assert box.identities()[0]["hostName"] == "db7.example"
+
+
+def test_the_host_name_without_its_domain_may_be_invited(box, master):
+    assert box.enrol(master, host=box.host_name.split(".")[0]).status == 0
+
+
+# A clock that is off by a day
+
+CLOCK_SENTENCE = (
+    f"tqenroll: server {MASTER1} on port 1556 is not trusted: the server's certificate is not trusted (SSL "
+    "certificate problem: certificate is not yet valid); check the clocks of this host and of the server.\n"
+)
+
+
+def enrol_at(box, master, when):
+    invitation = master.invite(box.host_name)
+    arguments = ["--server", MASTER1, "--invitation", invitation.text]
+    arguments += ["--fingerprint", invitation.fingerprint]
+    return box.enroll_program(*arguments, env=at_time(box, when, "tqenroll"))
+
+
+def test_a_host_a_day_behind_is_told_to_look_at_the_clocks(box, master):
+    prepare_clock(box)
+    result = enrol_at(box, master, "-1d")
+    assert (result.status, result.out, result.err) == (5, "", CLOCK_SENTENCE)
+    assert identity_files(box) == {}
+
+
+def test_a_host_a_day_ahead_enrols_and_updates(box, master):
+    prepare_clock(box)
+    assert enrol_at(box, master, "+1d").status == 0
+    assert box.command("-update", env=at_time(box, "+1d")).status == 0
+
+
+def test_an_update_of_a_host_a_day_behind_says_in_the_log_to_look_at_the_clocks(enrolled):
+    prepare_clock(enrolled)
+    result = enrolled.command("-read", env=at_time(enrolled, "-1d"))
+    assert result.err == "Requested operation failed with error: 7621\n"
+    assert any("check the clocks of this host and of the server" in text for text in enrolled.log_texts(16))
+
+
+def test_a_renewal_of_a_host_a_day_behind_says_so_and_changes_nothing(enrolled):
+    prepare_clock(enrolled)
+    before = identity_files(enrolled)
+    result = enrolled.enroll_program("--renew", env=at_time(enrolled, "-1d", "tqenroll"))
+    assert (result.status, result.out, result.err) == (5, "", CLOCK_SENTENCE)
+    assert identity_files(enrolled) == before
 
 
 @pytest.mark.parametrize("fingerprint", ["", "00", "zz" * 32, "0" * 63, "0" * 128])
@@ -76,8 +149,8 @@ def test_a_server_that_cannot_be_reached_is_named(box):
 def test_a_server_under_another_name_is_refused(box, master):
     good = master.invite(box.host_name)
     box.write_hosts(f"{master.address} alias.example\n")
-    result = enrol_program(
-        box, "--server", "alias.example", "--invitation", good.text, "--fingerprint", good.fingerprint
+    result = box.enroll_program(
+        "--server", "alias.example", "--invitation", good.text, "--fingerprint", good.fingerprint
     )
     assert result.status != 0
     assert identity_files(box) == {}
@@ -94,7 +167,7 @@ def test_a_second_server_leaves_the_first_identity_alone(enrolled):
 
 
 def test_the_list_shows_each_identity_and_when_it_ends(enrolled):
-    result = enrol_program(enrolled, "--list")
+    result = enrolled.enroll_program("--list")
     assert result.status == 0
     assert MASTER1 in result.out
     assert enrolled.host_name in result.out
@@ -102,7 +175,7 @@ def test_the_list_shows_each_identity_and_when_it_ends(enrolled):
 
 
 def test_removing_the_last_identity_deletes_the_store(enrolled):
-    assert enrol_program(enrolled, "--remove", "--server", MASTER1).status == 0
+    assert enrolled.enroll_program("--remove", "--server", MASTER1).status == 0
     assert identity_files(enrolled) == {}
     assert enrolled.command("-read").err == "Requested operation failed with error: 7610\n"
 
@@ -110,20 +183,20 @@ def test_removing_the_last_identity_deletes_the_store(enrolled):
 def test_removing_one_identity_keeps_the_others(enrolled):
     second = enrolled.master(MASTER2).serve()
     assert enrolled.enrol(second).status == 0
-    assert enrol_program(enrolled, "--remove", "--server", MASTER1).status == 0
+    assert enrolled.enroll_program("--remove", "--server", MASTER1).status == 0
     assert [identity["server"] for identity in enrolled.identities()] == [MASTER2]
     assert not [name for name in identity_files(enrolled) if MASTER1 in name]
 
 
 def test_removing_what_is_not_there_is_an_error(enrolled):
-    result = enrol_program(enrolled, "--remove", "--server", "nobody.example")
+    result = enrolled.enroll_program("--remove", "--server", "nobody.example")
     assert result.status != 0
     assert "nobody.example" in result.err
 
 
 @pytest.mark.parametrize("arguments", [[], ["--server", MASTER1], ["--bogus"], ["--list", "--remove"]])
 def test_a_command_line_that_makes_no_sense_is_refused(box, arguments):
-    result = enrol_program(box, *arguments)
+    result = box.enroll_program(*arguments)
     assert result.status != 0
     assert result.err
     assert identity_files(box) == {}
@@ -132,8 +205,8 @@ def test_a_command_line_that_makes_no_sense_is_refused(box, arguments):
 @pytest.mark.parametrize("name", ["../x", "a/b", ".hidden", "daemon", "a b", "x" * 254])
 def test_a_server_name_that_could_not_be_a_file_is_refused(box, master, name):
     good = master.invite(box.host_name)
-    result = enrol_program(
-        box, "--server", name, "--invitation", good.text, "--fingerprint", good.fingerprint
+    result = box.enroll_program(
+        "--server", name, "--invitation", good.text, "--fingerprint", good.fingerprint
     )
     assert result.status != 0
     assert identity_files(box) == {}

@@ -1,4 +1,4 @@
-"""Another time for one program of a sandbox: it stands in a file, since the programs clear their environment."""
+"""Another time for one program of a sandbox: in a file, since the programs clear their environment."""
 
 FAKETIME = "/usr/lib/x86_64-linux-gnu/faketime/libfaketime.so.1"
 
