@@ -63,7 +63,7 @@ ROWS = {
     "D1": Row("invitation wrong, used, expired, for another host, used ten times at once"),
     "D2": Row("certificate request with wrong subject, extra names, CA flag, weak key, bad signature"),
     "D3": Row("401 once, 401 always, 403, token service down"),
-    "D4": Row("killed at every system call of an enrolment and of a token renewal"),
+    "D4": Row("killed at every system call of an enrolment, of a certificate's renewal and of a token's"),
     "D5": Row("a certificate on another host's path; revoked host; deleted host"),
     "D6": Row("token asked for with a revoked certificate; server data restored from an older copy"),
     "D7": Row("two identities towards two servers in one run"),

@@ -136,7 +136,7 @@ class Host:
     def token_faults(self):
         """A token file is the complete old or the complete new one. Only a new identity makes the old one's
         token go."""
-        kept = self.tokens_before if self.job["identity"] == "kept" else set()
+        kept = self.tokens_before if self.job["identity"] != "made" else set()
         found = [f"{name} is lost" for name in sorted(kept - token_files())]
         for file in IDENTITY.glob("token.*"):
             try:
@@ -179,6 +179,8 @@ class Host:
             return []
         if self.job["identity"] == "made":
             return [] if (IDENTITY / "identity.json").is_file() else ["success without an identity"]
+        if self.job["identity"] == "renewed" and identity_files() == self.identity_before:
+            return ["success without a renewal"]
         if self.job.get("row") and not self.rows():
             return ["success without a record in the server's store"]
         return []
@@ -211,7 +213,7 @@ class Host:
             known |= {entry[key] for key in ("certificate", "privateKey", "caCertificates")}
             known.add(f"token.{entry['certType']}.{entry['server']}")
         found += [f"stray file {file.name}" for file in IDENTITY.iterdir() if file.name not in known]
-        if self.job["identity"] == "made":
+        if self.job["identity"] != "kept":
             status, _, err = self.run_healthy("afterHeal")
             return found + ([f"the identity does not work: {status} {err}"] if status != 0 or err else [])
         if self.job.get("row"):

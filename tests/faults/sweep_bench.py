@@ -19,6 +19,7 @@ MASTER = "master1.example"
 COMMAND = f"{BIN_DIR}/tqhostdbcmd"
 ENROL = [f"{BIN_DIR}/tqenroll", "--server", MASTER]
 ENROL += ["--invitation", "{invitation}", "--fingerprint", "{fingerprint}"]
+RENEW = [f"{BIN_DIR}/tqenroll", "--renew"]
 
 
 @dataclasses.dataclass(frozen=True)
@@ -28,7 +29,8 @@ class Scenario:
     state: str
     command: list[str]
     heal: list[str]
-    # "kept": not a byte of the identity's files changes; "made": complete old or complete new.
+    # "kept": not a byte of the identity's files changes; "made": complete old or complete new; "renewed": the
+    # same, but the token stays.
     identity: str = "kept"
     # The record in the server's store before the run; None where the run has nothing to do with it.
     row: str | None = None
@@ -39,6 +41,7 @@ UPDATE, FORCED = [COMMAND, "-update"], [COMMAND, "-update", "-force"]
 SCENARIOS = {
     "enrolment": Scenario("new", ENROL, ENROL, identity="made"),
     "second-enrolment": Scenario("updated", ENROL, ENROL, identity="made"),
+    "certificate-renewal": Scenario("updated", RENEW, RENEW, identity="renewed"),
     "token-renewal": Scenario("foreign-token", [COMMAND, "-readallhosts"], [COMMAND, "-readallhosts"]),
     "first-update": Scenario("enrolled", UPDATE, UPDATE, row="absent"),
     "unchanged-update": Scenario("updated", UPDATE, UPDATE, row="present"),

@@ -8,7 +8,12 @@ from sweep_points import GROUP_NAMES, group_of, some_of
 SEED = 20_261_120
 QUICK_POINTS = 9
 
-ROWS = {"enrolment": ("D4", "E6"), "second-enrolment": ("D4",), "token-renewal": ("D4",)}
+ROWS = {
+    "enrolment": ("D4", "E6"),
+    "second-enrolment": ("D4",),
+    "certificate-renewal": ("D4",),
+    "token-renewal": ("D4",),
+}
 
 
 def marks(scenario):
