@@ -73,7 +73,7 @@ void defineOptions(CLI::App& app, Arguments& arguments)
     app.add_flag("--renew", arguments.renew,
                  "Renew the certificate of the identity towards the server, without --server those of all");
     app.add_flag("--if-needed", arguments.ifNeeded,
-                 "Renew only what two thirds of its life are over, and be quiet when there is nothing to do");
+                 "Renew only certificates that are past two thirds of their lives, and say nothing when none is");
     app.footer(FOOTER);
 }
 
