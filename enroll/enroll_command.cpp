@@ -72,8 +72,9 @@ void defineOptions(CLI::App& app, Arguments& arguments)
     app.add_flag("--metrics", arguments.metrics, "The status as a text file for Prometheus");
     app.add_flag("--renew", arguments.renew,
                  "Renew the certificate of the identity towards the server, without --server those of all");
-    app.add_flag("--if-needed", arguments.ifNeeded,
-                 "Renew only certificates that are past two thirds of their lives, and say nothing when none is");
+    app.add_flag(
+        "--if-needed", arguments.ifNeeded,
+        "Renew only certificates that are past two thirds of their lives, and say nothing when none is");
     app.footer(FOOTER);
 }
 
