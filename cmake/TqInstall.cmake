@@ -104,9 +104,9 @@ install(CODE "
         file(INSTALL \"${TQ_PACKAGING}/kx.conf.initial\" DESTINATION ${TQ_INSTALL_ROOT}/torquenix RENAME kx.conf)
     endif()"
     COMPONENT client)
-install(FILES ${TQ_PACKAGING}/kx.conf DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/tqhostdb-client/examples COMPONENT client)
-install(PROGRAMS ${TQ_PACKAGING}/cluster-online ${TQ_PACKAGING}/cluster-offline
-        DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/tqhostdb-client/examples COMPONENT client)
+set(examples ${CMAKE_INSTALL_DATADIR}/doc/tqhostdb-client/examples)
+install(FILES ${TQ_PACKAGING}/kx.conf DESTINATION ${examples} COMPONENT client)
+install(PROGRAMS ${TQ_PACKAGING}/cluster-online ${TQ_PACKAGING}/cluster-offline DESTINATION ${examples} COMPONENT client)
 
 tq_update_unit(tqhostdb-update.service
     DESCRIPTION "Host record update on all master servers"

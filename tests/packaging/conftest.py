@@ -6,6 +6,7 @@ import subprocess
 import pytest
 
 from packages import Packages
+from sandbox import is_sanitized
 
 
 def made_once(folder, make):
@@ -30,6 +31,7 @@ def of_all_workers(tmp_path_factory, worker_id):
 @pytest.fixture(scope="session")
 def packages(build, of_all_workers):
     """What cpack makes of the build."""
+    assert not is_sanitized(build), "packages are made of what is shipped: --build build/release"
 
     def make(folder):
         argv = ["cpack", "--config", build / "CPackConfig.cmake", "-B", folder]

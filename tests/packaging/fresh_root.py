@@ -1,5 +1,5 @@
-"""A minimal Debian that boots with systemd, in namespaces of its own: to install packages on, as an administrator
-does."""
+"""A minimal Debian that boots with systemd, in namespaces of its own: to install packages on, as an
+administrator does."""
 
 import pathlib
 import shlex
@@ -16,6 +16,18 @@ RUN_SECONDS = 300
 
 ENVIRONMENT = ["env", "-i", "PATH=/usr/sbin:/usr/bin:/sbin:/bin", "LANG=C.UTF-8", "HOME=/root"]
 ENVIRONMENT += ["DEBIAN_FRONTEND=noninteractive"]
+
+
+# Of what was killed a moment ago they are busy for a while.
+REMOVE_GROUPS = """
+mount -t cgroup2 cgroup2 "$1"
+for turn in $(seq 50); do
+    find "$1/$2" -depth -type d -exec rmdir {} + 2>/dev/null
+    [ -d "$1/$2" ] || exit 0
+    sleep 0.1
+done
+exit 1
+"""
 
 
 class FreshRoot:
@@ -49,18 +61,15 @@ class FreshRoot:
         shutil.rmtree(self.work)
 
     def _remove_groups(self):
-        """The control groups of what has just been killed are busy for a moment."""
-        script = 'mount -t cgroup2 cgroup2 "$1" && for i in $(seq 50); do find "$1/$2" -depth -type d -exec rmdir {} + '
-        script += '2>/dev/null; [ -d "$1/$2" ] || exit 0; sleep 0.1; done; exit 1'
-        argv = ["unshare", "--mount", "sh", "-c", script, "sh", self.work / "groups", self.work.name]
+        argv = ["unshare", "--mount", "sh", "-c", REMOVE_GROUPS, "sh", self.work / "groups", self.work.name]
         subprocess.run(argv, check=True)
 
     def _await_systemd(self):
         """The process id, as this machine has it, of the child that has become systemd."""
         deadline = time.monotonic() + BOOT_SECONDS
         while time.monotonic() < deadline and self._boot.poll() is None:
-            children = pathlib.Path(f"/proc/{self._boot.pid}/task/{self._boot.pid}/children").read_text().split()
-            for child in children:
+            children = pathlib.Path(f"/proc/{self._boot.pid}/task/{self._boot.pid}/children")
+            for child in children.read_text().split():
                 if pathlib.Path(f"/proc/{child}/comm").read_text().strip() == "systemd":
                     return int(child)
             time.sleep(0.05)
@@ -90,7 +99,8 @@ class FreshRoot:
         return done.stdout
 
     def install(self, *packages):
-        """Installs package files, and what they depend on, with apt; the answer to a question is the old file."""
+        """Installs package files, and what they depend on, with apt. Its questions are answered with the old
+        file."""
         files = " ".join(shlex.quote(str(package)) for package in packages)
         options = "-q -y -o Dpkg::Options::=--force-confdef -o Dpkg::Options::=--force-confold"
         return self.run(f"apt-get {options} install {files}")

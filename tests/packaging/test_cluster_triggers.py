@@ -1,5 +1,5 @@
-"""The sample triggers of the cluster manager, as a cluster's node runs them: what the next update then does. That the
-state they leave is whole and readable, tests/unit/platform/samples_test.cpp shows."""
+"""The sample triggers of the cluster manager, as a cluster's node runs them: what the next update then does.
+That the state they leave is whole and readable, tests/unit/platform/samples_test.cpp shows."""
 
 import json
 import pathlib
@@ -12,7 +12,7 @@ VIRTUAL_HOST = "cluster.example"
 
 @pytest.fixture
 def node(sandbox_of):
-    """A host with an identity of its own and one of a cluster's virtual host, whose manager has not said a word."""
+    """A host with identities for itself and a cluster's virtual host, whose manager has said nothing yet."""
 
     def with_triggers(box):
         box.extra_arguments += ["--ro-bind", str(PACKAGING), "/packaging"]

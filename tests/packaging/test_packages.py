@@ -220,8 +220,8 @@ def test_packages_and_version_file_carry_the_release(packages, unpacked):
     assert {packages.deb(component).field("Version") for component in COMPONENTS} == {f"{release()}-1"}
     versions = [packages.rpm(component).query("--queryformat", "%{VERSION}") for component in COMPONENTS]
     assert versions == [[release()]] * 2
-    machine = os.uname().machine
-    assert (unpacked / "usr/torqv/torquenix/bin/version").read_text() == f"Torquenix-Linux_{machine} {release()}\n"
+    version = (unpacked / "usr/torqv/torquenix/bin/version").read_text()
+    assert version == f"Torquenix-Linux_{os.uname().machine} {release()}\n"
 
 
 def test_record_carries_the_version_of_the_shipped_version_file(box, unpacked):
@@ -251,7 +251,8 @@ def test_shipped_configuration_shows_every_other_key_of_the_sample(unpacked):
         return set(re.findall(r"^#?([A-Z_]+) = ", text, re.MULTILINE))
 
     sample = keys((TOP / "packaging/kx.conf").read_text())
-    assert keys((unpacked / "usr/torqv/torquenix/kx.conf").read_text()) == sample - {"CLIENT_NAME", "CLUSTER_NAME"}
+    shipped = keys((unpacked / "usr/torqv/torquenix/kx.conf").read_text())
+    assert shipped == sample - {"CLIENT_NAME", "CLUSTER_NAME"}
 
 
 # Scripts, and what the packages' own judges say

@@ -1,6 +1,6 @@
-"""under_rules.py RULES PROGRAM [ARGUMENT...]: runs a program under the rules of a service, where no systemd runs.
+"""under_rules.py RULES PROGRAM [ARGUMENT...]: runs a program under the rules of a service, without systemd.
 
-RULES is the JSON text that unit_file.Rules makes of a unit. The caller has given this process mounts of its own.
+RULES is the JSON text that unit_file.Rules makes of a unit. The caller gives this process mounts of its own.
 What systemd does by control groups (processors, memory, tasks) is not done here.
 """
 
@@ -27,10 +27,11 @@ PR_CAPBSET_DROP, PR_SET_NO_NEW_PRIVS = 24, 38
 OUTSIDE_OF_STRICT = ("/dev", "/proc", "/sys", "/shared")
 
 CAPABILITIES = (
-    "CHOWN DAC_OVERRIDE DAC_READ_SEARCH FOWNER FSETID KILL SETGID SETUID SETPCAP LINUX_IMMUTABLE NET_BIND_SERVICE "
-    "NET_BROADCAST NET_ADMIN NET_RAW IPC_LOCK IPC_OWNER SYS_MODULE SYS_RAWIO SYS_CHROOT SYS_PTRACE SYS_PACCT SYS_ADMIN "
-    "SYS_BOOT SYS_NICE SYS_RESOURCE SYS_TIME SYS_TTY_CONFIG MKNOD LEASE AUDIT_WRITE AUDIT_CONTROL SETFCAP MAC_OVERRIDE "
-    "MAC_ADMIN SYSLOG WAKE_ALARM BLOCK_SUSPEND AUDIT_READ PERFMON BPF CHECKPOINT_RESTORE"
+    "CHOWN DAC_OVERRIDE DAC_READ_SEARCH FOWNER FSETID KILL SETGID SETUID SETPCAP LINUX_IMMUTABLE "
+    "NET_BIND_SERVICE NET_BROADCAST NET_ADMIN NET_RAW IPC_LOCK IPC_OWNER SYS_MODULE SYS_RAWIO SYS_CHROOT "
+    "SYS_PTRACE SYS_PACCT SYS_ADMIN SYS_BOOT SYS_NICE SYS_RESOURCE SYS_TIME SYS_TTY_CONFIG MKNOD LEASE "
+    "AUDIT_WRITE AUDIT_CONTROL SETFCAP MAC_OVERRIDE MAC_ADMIN SYSLOG WAKE_ALARM BLOCK_SUSPEND AUDIT_READ "
+    "PERFMON BPF CHECKPOINT_RESTORE"
 ).split()
 
 # CLONE_NEW*: time, mount, control group, host name, ipc, user, pid, network.

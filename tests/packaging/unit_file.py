@@ -25,7 +25,7 @@ NEW_NAMESPACES = ("cgroup", "ipc", "mnt", "net", "pid", "user", "uts")
 
 
 class UnitFile:
-    """Sections, and in each the values of a key in the order of the file; an empty one forgets those before."""
+    """Sections, and in each the values of a key in their order. An empty value forgets those before it."""
 
     def __init__(self, path):
         self.path = path
@@ -81,7 +81,7 @@ class Rules:
     def _apply(self, key, words):
         """A key that is not known here may hide something from a probe, and has to be looked at first."""
         apply = getattr(self, "_" + re.sub(r"(?<!^)(?=[A-Z])", "_", key).lower(), None)
-        assert apply is not None, f"{self.unit.path.name}: nobody has shown that {key} hides nothing from the probes"
+        assert apply is not None, f"{self.unit.path.name}: does {key} hide nothing from the probes?"
         apply(words)
 
     def _switch(self, words):
