@@ -108,7 +108,8 @@ TEST(IdentityDocument, DamagedTexts)
         {R"({"identities": []})", "it has no version number"},
         {R"({"version": "1", "identities": []})", "it has no version number"},
         {R"({"version": 1.0, "identities": []})", "it has no version number"},
-        {R"({"version": 2, "identities": []})", "it is of version 2, made by a newer release, and this one knows version 1; "
+        {R"({"version": 2, "identities": []})",
+         "it is of version 2, made by a newer release, and this one knows version 1; "
          "install that release again"},
         {R"({"version": 0, "identities": []})", "it is of version 0; this release knows 1 only"},
         {R"({"version": 1})", "it has no list \"identities\""},
