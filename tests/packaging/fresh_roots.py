@@ -177,14 +177,19 @@ grep -q "^NoNewPrivs:.*1" /proc/self/status
 """
 
 
+def replace_command(host, service, command):
+    """Lets a service run something else in its sandbox, whether the host is enrolled or not."""
+    change = f"[Unit]\nConditionPathExists=\n[Service]\nExecStart=\nExecStart={command}\n"
+    host.run(f"mkdir /run/systemd/system/{service}.d")
+    host.run(f"printf %s {shlex.quote(change)} >/run/systemd/system/{service}.d/other.conf")
+    host.run("systemctl daemon-reload")
+
+
 @pytest.mark.parametrize("service", ["tqhostdb-update.service", "tqhostdb-refresh.service"])
 def test_sandbox_of_the_unit_is_in_force(host, service):
     host.install(package("this", "client", "deb"))
     host.run(f"printf %s {shlex.quote(PROBE)} >/root/probe")
-    change = "[Unit]\nConditionPathExists=\n[Service]\nExecStart=\nExecStart=/bin/sh /root/probe\n"
-    host.run(f"mkdir /run/systemd/system/{service}.d")
-    host.run(f"printf %s {shlex.quote(change)} >/run/systemd/system/{service}.d/probe.conf")
-    host.run("systemctl daemon-reload")
+    replace_command(host, service, "/bin/sh /root/probe")
     run_unit(host, service)
     assert host.exists("/usr/torqv/var/x")
 
@@ -199,6 +204,17 @@ def test_weekly_unit_sends_an_unchanged_record_once_more_and_looks_at_the_certif
     assert record_at_server(enrolled)["hostId"] == identifier
     assert enrolled.property("tqhostdb-renew.service", "Result") == "success"
     assert enrolled.property("tqhostdb-renew.service", "ExecMainStartTimestampMonotonic") != "0"
+
+
+def test_sandbox_of_the_renewal_lets_a_certificate_be_renewed(enrolled):
+    certificate = f"sha256sum {IDENTITY}/*.crt"
+    before = enrolled.run(certificate)
+    run_unit(enrolled, "tqhostdb-renew.service")  # too early: it stays
+    assert enrolled.run(certificate) == before
+    replace_command(enrolled, "tqhostdb-renew.service", "/usr/sbin/tqenroll --renew")
+    run_unit(enrolled, "tqhostdb-renew.service")
+    assert enrolled.run(certificate) != before
+    run_unit(enrolled, "tqhostdb-update.service")
 
 
 def test_upgrade_keeps_identity_configuration_logs_and_what_was_disabled(enrolled, master):
