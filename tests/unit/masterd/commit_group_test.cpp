@@ -130,6 +130,7 @@ TEST_F(CommitGroup, OneThatFailsIsUndoneAndFailsAlone)
         leader = startPut("leader");
         ASSERT_TRUE(held.await());
         good = startPut("good");
+        awaitWaiting(1); // or "good" is not there yet for the wrong one to run into
         bad = start([this] {
             put("bad", "half");
             throw std::runtime_error("its own affair");
