@@ -2,7 +2,7 @@
 //
 // usage: fetch-list ADDRESS AUTHORITY_PEM AGENTS SERVER_PID
 // Prints {"ms": <from the reply's first byte to its last>, "firstMs": <from the request to the first byte>,
-// "bytes": <of the reply>, "cpuMs": <of the server>}.
+// "bytes": <of the reply>, "cpuMs": <of the server>, "ownCpuMs": <of this program>}.
 
 #include "bench/agent.h"
 #include "bench/failure.h"
@@ -11,6 +11,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <unistd.h>
 
 int main(int argc, char* argv[])
 {
@@ -23,6 +24,7 @@ int main(int argc, char* argv[])
         bench::HttpsConnection connection(*context, argv[1], &agents.front());
         std::vector<char> part(std::size_t{1} << 18);
         const double cpu = bench::cpuSecondsOf(server);
+        const double ownCpu = bench::cpuSecondsOf(getpid());
         const double asked = bench::now();
         connection.send({"GET", "/torquenix/config/hosts/", "", true});
         std::size_t bytes = connection.read(part.data(), part.size());
@@ -32,8 +34,9 @@ int main(int argc, char* argv[])
         while (const std::size_t got = connection.read(part.data(), part.size()))
             bytes += got;
         const double last = bench::now();
-        std::printf("{\"ms\": %.3f, \"firstMs\": %.3f, \"bytes\": %zu, \"cpuMs\": %.3f}\n",
-                    (last - first) * 1e3, (first - asked) * 1e3, bytes,
-                    (bench::cpuSecondsOf(server) - cpu) * 1e3);
+        std::printf(
+            "{\"ms\": %.3f, \"firstMs\": %.3f, \"bytes\": %zu, \"cpuMs\": %.3f, \"ownCpuMs\": %.3f}\n",
+            (last - first) * 1e3, (first - asked) * 1e3, bytes, (bench::cpuSecondsOf(server) - cpu) * 1e3,
+            (bench::cpuSecondsOf(getpid()) - ownCpu) * 1e3);
     });
 }

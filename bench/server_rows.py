@@ -109,9 +109,9 @@ def read_rows(settings, box, master):
         reads.append(bed.run_json(box, read))
     replies, reads = replies[-settings.rounds:], reads[-settings.rounds:]
     peak, body = peak_of(box, master.process), reads[0]["bytes"]
-    ours, cpu = (statistics.median(values(replies, key)) for key in ("ms", "cpuMs"))
+    ours, cpu, client = (statistics.median(values(replies, key)) for key in ("ms", "cpuMs", "ownCpuMs"))
     theirs = statistics.median(values(reads, "ms"))
-    note = f"{ours:.0f} / {theirs:.0f} ms, server CPU {cpu:.0f} ms, {len(replies)} pairs"
+    note = f"{ours:.0f} / {theirs:.0f} ms, CPU of server {cpu:.0f} ms, client {client:.0f} ms, {len(replies)} pairs"
     return [
         Row(READ, bed.median_ratio(values(replies, "ms"), values(reads, "ms")), note),
         Row(MEMORY, peak / body, f"{peak / 1e6:.0f} / {body / 1e6:.0f} MB"),
