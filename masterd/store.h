@@ -15,7 +15,7 @@
 namespace masterd {
 
 /// How long the parts of the list of all hosts become.
-inline constexpr std::size_t HOST_LIST_PART_BYTES = std::size_t{128} * 1024;
+inline constexpr std::size_t HOST_LIST_PART_BYTES = std::size_t{512} * 1024;
 
 /// A host's place in the order of all: ascending bytes of host name, then of host id. Empty names stand for
 /// the place before the first.
