@@ -224,7 +224,6 @@ def test_daemon_and_plain_updates_side_by_side(enrolled_host, figure, seconds):
     contract.check()
     contract.check_healed()
     figure("updates under the lock", len(ends))
-    figure("writers at a time", 1)
 
 
 # E8: what outlives the command
