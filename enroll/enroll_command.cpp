@@ -16,6 +16,7 @@
 #include "platform/user.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstring>
 #include <ctime>
 #include <ostream>
@@ -34,7 +35,8 @@ constexpr const char* FOOTER =
     "another fingerprint; 7 the invitation is unknown, used, expired or for another host; 8 the server's "
     "answer cannot be used; 9 the identity store is damaged or cannot be written; 10 there is no such "
     "identity; 11 the certificate has ended or is refused, and a new invitation is needed; 12 the status "
-    "could not be told or shown. Of --status: 0 in step with every server; 1 behind a server, or a "
+    "could not be told or shown, or --status stands in a wrong command line. Of --status: 0 in step with "
+    "every server; 1 behind a server, or a "
     "certificate ends within 30 days, has ended or cannot be read; 2 this host has no identity.";
 
 struct Arguments {
@@ -248,6 +250,8 @@ int parseAndRun(int argc, char** argv, int port, std::ostream& out, std::ostream
 
 int runCommand(int argc, char** argv, std::ostream& out, std::ostream& err, int port)
 {
+    const bool asksForStatus =
+        std::any_of(argv, argv + argc, [](const char* word) { return std::string_view(word) == "--status"; });
     ExitStatus status = ExitStatus::failed;
     try {
         return parseAndRun(argc, argv, port, out, err);
@@ -260,6 +264,9 @@ int runCommand(int argc, char** argv, std::ostream& out, std::ostream& err, int 
     } catch (const std::exception& fault) {
         complain(err, std::string("internal failure: ") + fault.what());
     }
+    // With --status the smaller numbers are verdicts.
+    if (asksForStatus && status <= ExitStatus::usage)
+        status = ExitStatus::statusNotTold;
     return static_cast<int>(status);
 }
 

@@ -21,7 +21,7 @@ enum class ExitStatus : int {
     storeFailed = 9,       ///< the identity store is damaged or cannot be written
     noSuchIdentity = 10,   ///< the store has no such identity
     invitationNeeded = 11, ///< the certificate has ended or is refused: a new invitation is needed
-    statusNotTold = 12,    ///< an internal failure of --status, or a status that could not be shown
+    statusNotTold = 12,    ///< --status that failed or could not be shown, or is wrong in its command line
 };
 
 /// Ends the run: an exit status, and one sentence without a full stop for standard error.

@@ -296,9 +296,10 @@ def test_a_status_that_cannot_be_shown_is_not_mistaken_for_one(enrolled):
         ["--list"],
         ["--renew"],
         ["--invitation", "x"],
+        ["--jsn"],
     ],
 )
 def test_what_does_not_belong_to_a_look_is_refused(enrolled, arguments):
     result = status(enrolled, *arguments)
-    assert (result.status, result.out) == (2, "")
+    assert (result.status, result.out) == (NOT_TOLD, "")  # 2 would say that there is no identity
     assert re.fullmatch(r"tqenroll: .*\.\n", result.err)

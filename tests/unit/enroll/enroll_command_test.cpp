@@ -189,10 +189,6 @@ TEST_F(EnrollCommandTest, WrongCommandLinesAre2WithOneSentence)
         {"--remove"},
         {"--remove", "--server", "s", "--invitation", "i"},
         {"--remove", "--renew", "--server", "s"},
-        {"--status", "--list"},
-        {"--status", "--server", "s"},
-        {"--status", "--json", "--metrics"},
-        {"--status", "--if-needed"},
         {"--json"},
         {"--list", "--metrics"},
         {"--renew", "--json"},
@@ -208,6 +204,20 @@ TEST_F(EnrollCommandTest, WrongCommandLinesAre2WithOneSentence)
         EXPECT_EQ(result.out, "");
     }
     EXPECT_FALSE(std::filesystem::exists(TQ_VAR_DIR));
+}
+
+TEST_F(EnrollCommandTest, AWrongCommandLineOfAStatusIsNotTakenForAVerdict)
+{
+    const std::vector<std::string> wrong[] = {
+        {"--status", "--list"}, {"--status", "--server", "s"}, {"--status", "--json", "--metrics"},
+        {"--jsn", "--status"},  {"--status", "--if-needed"},
+    };
+    for (const std::vector<std::string>& arguments : wrong) {
+        const CommandRun result = run(arguments);
+        EXPECT_EQ(result.status, 12) << ::testing::PrintToString(arguments);
+        EXPECT_THAT(result.err, MatchesRegex("tqenroll: .*\\.\n")) << ::testing::PrintToString(arguments);
+        EXPECT_EQ(result.out, "");
+    }
 }
 
 TEST_F(EnrollCommandTest, AnInvitationThatIsNotUtf8IsNamed)
