@@ -8,6 +8,7 @@
 #include "platform/identity_store.h"
 #include "platform/status.h"
 
+#include <functional>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -39,10 +40,11 @@ struct TQClientCURL::Connection {
     int open(const char* context);
 
     /// Sends a request with the token.
-    int exchange(tq::HttpRequest request, tq::HttpReply& reply, const char* context);
+    int exchange(const tq::HttpRequest& request, tq::HttpReply& reply, const char* context);
 
-    /// The status of what a session did, with the entry of a failure.
-    int ended(const tq::AuthorizedResult& result, const char* context);
+    using Act = std::function<tq::AuthorizedResult(tq::AuthorizedSession&)>;
+    /// Does something with the session, and returns its status, with the entry of a failure.
+    int perform(const Act& act, const char* context);
 
     /// Writes the entry of a failure and returns its status.
     int failed(const std::string& what, const tq::TransferResult& result, const char* context) const;
@@ -91,35 +93,35 @@ int TQClientCURL::Connection::open(const char* context)
     return EC_success;
 }
 
-int TQClientCURL::Connection::ended(const tq::AuthorizedResult& result, const char* context)
+int TQClientCURL::Connection::perform(const Act& act, const char* context)
 {
+    if (const int status = open(context); status != EC_success)
+        return status;
+    tq::AuthorizedResult result = act(*session);
+    if (result.transfer.status != EC_success && !result.transfer.sent && tq::isReplaced(identity)) {
+        // A renewal beside this process took the files away between the look into the store and theirs.
+        session.reset();
+        if (const int status = open(context); status != EC_success)
+            return status;
+        result = act(*session);
+    }
     if (result.transfer.status == EC_success)
         return EC_success;
     session.reset(); // the next request looks for the identity anew
     return failed(result.what, result.transfer, context);
 }
 
-int TQClientCURL::Connection::exchange(tq::HttpRequest request, tq::HttpReply& reply, const char* context)
+int TQClientCURL::Connection::exchange(const tq::HttpRequest& request, tq::HttpReply& reply,
+                                       const char* context)
 {
-    const std::string what = std::string(request.method) + ' ' + request.path;
-    if (const int status = open(context); status != EC_success)
-        return status;
-    const std::int64_t success = statusOfSuccess(request.method);
-    tq::AuthorizedResult result = session->send(request, reply);
-    if (result.transfer.status != EC_success && !result.transfer.sent && tq::isReplaced(identity)) {
-        // A renewal beside this process took the files away between the look into the store and theirs.
-        session.reset();
-        if (const int status = open(context); status != EC_success)
-            return status;
-        result = session->send(std::move(request), reply);
-    }
-    if (const int status = ended(result, context); status != EC_success)
+    const auto send = [&](tq::AuthorizedSession& opened) { return opened.send(request, reply); };
+    if (const int status = perform(send, context); status != EC_success)
         return status;
     // The caller's to judge, whose entries name neither the server nor, without a body, the HTTP status.
-    if (reply.status != success)
+    if (reply.status != statusOfSuccess(request.method))
         LogLine(LogLevel::warning, context)
-            << what << ", server " << server << ", port " << port << ": answered "
-            << tq::describeAnswer(reply.status, reply.body) << '\n';
+            << request.method << ' ' << request.path << ", server " << server << ", port " << port
+            << ": answered " << tq::describeAnswer(reply.status, reply.body) << '\n';
     return EC_success;
 }
 
@@ -158,18 +160,16 @@ int TQClientCURL::Delete(const std::string& path)
 
 int TQClientCURL::refreshToken()
 {
-    constexpr const char* CONTEXT = "TQClientCURL::refreshToken";
-    if (const int status = connection_->open(CONTEXT); status != EC_success)
-        return status;
-    return connection_->ended(connection_->session->renewToken(), CONTEXT);
+    return connection_->perform([](tq::AuthorizedSession& session) { return session.renewToken(); },
+                                "TQClientCURL::refreshToken");
 }
 
 int TQClientCURL::exchange(const char* method, const std::string& path, const std::string* body,
                            const char* context)
 {
-    tq::HttpRequest request{method, path, body, {}};
+    const tq::HttpRequest request{method, path, body, {}};
     tq::HttpReply reply;
-    const int status = connection_->exchange(std::move(request), reply, context);
+    const int status = connection_->exchange(request, reply, context);
     httpStatus = status == EC_success ? reply.status : 0;
     responseBody = status == EC_success ? std::move(reply.body) : std::string();
     return status;

@@ -399,6 +399,14 @@ TEST_F(HttpClientTest, AnIdentityThatIsRenewedAsItsFilesAreLookedForIsLookedUpOn
     EXPECT_TRUE(fakes::recordedLog().empty());
 }
 
+TEST_F(HttpClientTest, ATokenIsRenewedForAnIdentityThatIsRenewedAsItsFilesAreLookedFor)
+{
+    fakes::whenATransportOpens = renewIdentity;
+    EXPECT_EQ(client()->refreshToken(), 0);
+    EXPECT_EQ(master_.tokensGiven, 1);
+    EXPECT_TRUE(fakes::recordedLog().empty());
+}
+
 TEST_F(HttpClientTest, AServerWithAnotherAuthorityIs7621AndSeesNoToken)
 {
     storeToken("token-1", 3600);
