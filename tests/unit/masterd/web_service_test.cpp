@@ -403,7 +403,8 @@ std::size_t listedHosts(const WebReply& reply)
 TEST_F(WebService, ListOfAFleetComesInParts)
 {
     const Client host = enrolled("h1");
-    const std::string record = "{\"osType\":\"" + std::string(std::size_t{16} * 1024, 'x') + "\"}";
+    const std::string record =
+        "{\"osType\":\"" + std::string(masterd::HOST_LIST_PART_BYTES / 16, 'x') + "\"}";
     for (int i = 0; i < 20; ++i) {
         const Client other = enrolled("other");
         EXPECT_EQ(send(other, "PUT", HOSTS + '/' + other.hostId, record).status, 200);
