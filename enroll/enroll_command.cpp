@@ -246,12 +246,22 @@ int parseAndRun(int argc, char** argv, int port, std::ostream& out, std::ostream
     return runRequested(arguments, port, out, err);
 }
 
+bool asksForStatus(int argc, char** argv)
+{
+    return std::any_of(argv, argv + argc,
+                       [](const char* word) { return std::string_view(word) == "--status"; });
+}
+
+/// Whether the number of a failure has another meaning where the status was asked for.
+bool isVerdictOfStatus(ExitStatus status)
+{
+    return status <= ExitStatus::usage;
+}
+
 } // namespace
 
 int runCommand(int argc, char** argv, std::ostream& out, std::ostream& err, int port)
 {
-    const bool asksForStatus =
-        std::any_of(argv, argv + argc, [](const char* word) { return std::string_view(word) == "--status"; });
     ExitStatus status = ExitStatus::failed;
     try {
         return parseAndRun(argc, argv, port, out, err);
@@ -264,8 +274,7 @@ int runCommand(int argc, char** argv, std::ostream& out, std::ostream& err, int 
     } catch (const std::exception& fault) {
         complain(err, std::string("internal failure: ") + fault.what());
     }
-    // With --status the smaller numbers are verdicts.
-    if (asksForStatus && status <= ExitStatus::usage)
+    if (isVerdictOfStatus(status) && asksForStatus(argc, argv))
         status = ExitStatus::statusNotTold;
     return static_cast<int>(status);
 }
