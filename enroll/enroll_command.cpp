@@ -272,7 +272,7 @@ int runCommand(int argc, char** argv, std::ostream& out, std::ostream& err, int 
         status = failure.status();
         complain(err, failure.what());
     } catch (const std::exception& fault) {
-        complain(err, std::string("internal failure: ") + fault.what());
+        complain(err, "internal failure: ", fault.what());
     }
     if (isVerdictOfStatus(status) && asksForStatus(argc, argv))
         status = ExitStatus::statusNotTold;

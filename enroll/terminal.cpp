@@ -19,9 +19,9 @@ void show(std::ostream& out, const std::string& text, const std::string& what)
                                               (cause != 0 ? ": " + tq::errorText(cause) : ""));
 }
 
-void complain(std::ostream& err, const std::string& sentence)
+void complain(std::ostream& err, std::string_view sentence, std::string_view cause)
 {
-    err << PROGRAM << ": " << sentence << ".\n";
+    err << PROGRAM << ": " << sentence << cause << ".\n";
 }
 
 void openLog()

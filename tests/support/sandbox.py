@@ -151,7 +151,7 @@ class Sandbox:
         self._copy(self.image / "usr-sbin", self.sbin)
         self._copy(self.image / "opt", self.opt)
         self._copy(self.image / "usr" / "torqv", self.torqv)
-        for folder in ("torquenix/bin", "torquenix/lib", "torquenix/logs/admin", "var"):
+        for folder in ("torquenix/bin", "torquenix/lib", "torquenix/logs/admin", "torquenix/share/locale", "var"):
             (self.torqv / folder).mkdir(parents=True, exist_ok=True)
         for program in PROGRAMS:
             (self.torqv / "torquenix" / "bin" / program).touch()
