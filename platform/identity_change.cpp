@@ -233,6 +233,24 @@ int lockFailure(const TQLockFile& lock, std::string* cause)
                            std::string("Unable to lock ") + TQ_IDENTITY_LOCK_FILE + ": " + why, cause);
 }
 
+/// The store, locked for the length of a change, and what it holds.
+struct LockedStore {
+    TQLockFile lock{TQ_IDENTITY_LOCK_FILE, LOCK_TRIES, LOCK_WAIT_MS};
+    IdentityDocument document = newIdentityDocument();
+
+    /// EC_success, EC_identity_store_missing, or why nothing can be changed.
+    int read(std::string* cause)
+    {
+        return lock.fd == -1 ? lockFailure(lock, cause) : readIdentityDocument(document, cause);
+    }
+};
+
+/// Whether a store that was read so can be written: a missing one begins empty.
+bool isWritable(int readStatus)
+{
+    return readStatus == EC_success || readStatus == EC_identity_store_missing;
+}
+
 int makeDirectory(const char* path, mode_t mode, std::string* cause)
 {
     if (mkdir(path, mode) == 0 || errno == EEXIST)
@@ -263,13 +281,9 @@ int tryIdentityStore(const std::string& server, cert_type certType, std::string*
         return notStorable(why, cause);
     if (const int status = makeIdentityDirectory(cause); status != EC_success)
         return status;
-    const TQLockFile lock(TQ_IDENTITY_LOCK_FILE, LOCK_TRIES, LOCK_WAIT_MS);
-    if (lock.fd == -1)
-        return lockFailure(lock, cause);
-    IdentityDocument document;
-    const int readStatus = readIdentityDocument(document, cause);
-    if (readStatus != EC_success && readStatus != EC_identity_store_missing)
-        return readStatus;
+    LockedStore store;
+    if (const int status = store.read(cause); !isWritable(status))
+        return status;
     nameFiles(tried);
     const std::string path = inStore(tried.privateKey);
     if (!replaceFile(path, std::string(TRIAL_BYTES, '\n'), FILE_MODE, CONTEXT))
@@ -283,22 +297,19 @@ int saveIdentity(const Identity& identity, const IdentityPem& pem, Identity* sto
         return notStorable(why, cause);
     if (const int status = makeIdentityDirectory(cause); status != EC_success)
         return status;
-    const TQLockFile lock(TQ_IDENTITY_LOCK_FILE, LOCK_TRIES, LOCK_WAIT_MS);
-    if (lock.fd == -1)
-        return lockFailure(lock, cause);
-    IdentityDocument document = newIdentityDocument();
-    const int readStatus = readIdentityDocument(document, cause);
-    if (readStatus != EC_success && readStatus != EC_identity_store_missing)
-        return readStatus;
+    LockedStore store;
+    if (const int status = store.read(cause); !isWritable(status))
+        return status;
 
     Identity added = identity;
     nameFiles(added);
-    const std::set<std::string> before = namedFiles(document);
-    const std::size_t place =
-        takeOut(document, added.server, added.certType).value_or(json_array_size(identityArray(document)));
-    std::set<std::string> after = namedFiles(document); // an old token, though of the same name, is not kept
+    const std::set<std::string> before = namedFiles(store.document);
+    const std::size_t place = takeOut(store.document, added.server, added.certType)
+                                  .value_or(json_array_size(identityArray(store.document)));
+    std::set<std::string> after =
+        namedFiles(store.document); // an old token, though of the same name, is not kept
     after.insert({added.certificate, added.privateKey, added.caCertificates});
-    if (const int status = writeIdentity(document, place, added, pem, cause); status != EC_success) {
+    if (const int status = writeIdentity(store.document, place, added, pem, cause); status != EC_success) {
         removeFilesBeyond(before, before);
         return status;
     }
@@ -314,25 +325,22 @@ int renewIdentity(const Identity& identity, const IdentityPem& pem, Identity* st
         return notStorable(why, cause);
     if (const int status = checkIdentityDirectory(cause); status != EC_success)
         return status;
-    const TQLockFile lock(TQ_IDENTITY_LOCK_FILE, LOCK_TRIES, LOCK_WAIT_MS);
-    if (lock.fd == -1)
-        return lockFailure(lock, cause);
-    IdentityDocument document;
-    if (const int status = readIdentityDocument(document, cause); status != EC_success)
+    LockedStore store;
+    if (const int status = store.read(cause); status != EC_success)
         return status;
-    json_t* entry = findEntry(document, identity);
+    json_t* entry = findEntry(store.document, identity);
     if (!entry)
         return EC_identity_not_found;
 
     Identity renewed = identity;
     nameFiles(renewed);
-    const std::set<std::string> before = namedFiles(document);
+    const std::set<std::string> before = namedFiles(store.document);
     if (json_object_update(entry, identityToJson(renewed).get()) != 0)
         return outOfMemory(cause);
     int status = writePem(renewed, pem, cause);
     if (status == EC_success)
-        status = writeDocument(document, cause);
-    removeFilesBeyond(status == EC_success ? namedFiles(document) : before, before);
+        status = writeDocument(store.document, cause);
+    removeFilesBeyond(status == EC_success ? namedFiles(store.document) : before, before);
     if (status == EC_success && stored)
         *stored = renewed;
     return status;
@@ -342,22 +350,20 @@ int removeIdentity(const std::string& server, cert_type certType, std::string* c
 {
     if (const int status = checkIdentityDirectory(cause); status != EC_success)
         return status;
-    const TQLockFile lock(TQ_IDENTITY_LOCK_FILE, LOCK_TRIES, LOCK_WAIT_MS);
-    if (lock.fd == -1)
-        return lockFailure(lock, cause);
-    IdentityDocument document;
-    const int readStatus = readIdentityDocument(document, cause);
-    if (readStatus != EC_success && readStatus != EC_identity_store_missing)
+    LockedStore store;
+    const int readStatus = store.read(cause);
+    if (!isWritable(readStatus))
         return readStatus;
-    const std::set<std::string> before = namedFiles(document);
-    if (!takeOut(document, server, certType)) {
+    const std::set<std::string> before = namedFiles(store.document);
+    if (!takeOut(store.document, server, certType)) {
         removeFilesBeyond(before, before); // an earlier removal may have been killed half-way
         return readStatus == EC_success ? EC_identity_not_found : EC_identity_store_missing;
     }
-    const bool empty = json_array_size(identityArray(document)) == 0;
-    if (const int status = empty ? deleteStore(cause) : writeDocument(document, cause); status != EC_success)
+    const bool empty = json_array_size(identityArray(store.document)) == 0;
+    if (const int status = empty ? deleteStore(cause) : writeDocument(store.document, cause);
+        status != EC_success)
         return status;
-    removeFilesBeyond(namedFiles(document), before);
+    removeFilesBeyond(namedFiles(store.document), before);
     return EC_success;
 }
 
