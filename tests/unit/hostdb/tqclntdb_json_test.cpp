@@ -434,6 +434,16 @@ TEST_F(Reading, AbsentOptionalStringCountsAsSuccess)
                             LogEntry{PROGRESS, "No value found for key and rec num:number,1\n", CONTEXT}));
 }
 
+TEST_F(Reading, OptionalStringWithANullKeyIsASuccessWhoseEntryEndsAfterItsPrefix)
+{
+    ASSERT_TRUE(converter.LoadJSON("[{}]"));
+    std::string out = "before";
+    EXPECT_TRUE(converter.GetStringValue(out, nullptr, 0, false));
+    EXPECT_EQ(out, "before");
+    EXPECT_THAT(platform().log, ElementsAre(LogEntry{PROGRESS, "No value found for key and rec num:",
+                                                     "JSONConverter::GetStringValue"}));
+}
+
 TEST_F(Reading, OptionalStringOfAMissingRecordIsAFailure)
 {
     ASSERT_TRUE(converter.LoadJSON("[]"));

@@ -201,4 +201,27 @@ TEST_F(LogEntry, EscapesCountAsWhatTheyTake)
     EXPECT_THAT(entry, HasSubstr("\\x01 ["));
 }
 
+TEST_F(LogEntry, EscapesBehindAPlainBeginningAreCutToo)
+{
+    const std::string plain(1'000'000, '#');
+    const std::size_t controls = 40'000;
+    const std::string entry = entryOf(plain + std::string(controls, '\x01'));
+    EXPECT_LE(entry.size(), tq::LOG_ENTRY_MAX_BYTES);
+    EXPECT_GT(entry.size(), tq::LOG_ENTRY_MAX_BYTES - 100);
+    EXPECT_THAT(entry, HasSubstr(plain + "\\x01"));
+    const auto [leftOut, escapes] = leftOutAndShown(entry, '\\');
+    EXPECT_GT(leftOut, 0U);
+    EXPECT_EQ(leftOut + escapes, controls);
+}
+
+TEST_F(LogEntry, TextsAroundTheRoomForTheNoteAreWhole)
+{
+    const std::size_t room = tq::LOG_ENTRY_MAX_BYTES - entryOf("").size();
+    for (std::size_t length = room - 70; length <= room - 60; ++length) {
+        SCOPED_TRACE(length);
+        const std::string plain(length, '#');
+        EXPECT_EQ(shown(plain + "\x01"), plain + "\\x01");
+    }
+}
+
 } // namespace

@@ -7,11 +7,13 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <new>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <time.h>
+#include <unistd.h>
 #include <utility>
 #include <vector>
 
@@ -25,6 +27,9 @@ std::vector<std::size_t> chunks;
 
 /// Lets the next read of a stream run out of memory.
 bool freadThrows = false;
+
+/// Lets every read of a stream fail from the next one on: a folder stands in the pipe's place.
+bool freadFails = false;
 
 } // namespace
 
@@ -42,6 +47,11 @@ extern "C" std::size_t __wrap_fread(void* buffer, std::size_t size, std::size_t 
 {
     if (std::exchange(freadThrows, false))
         throw std::bad_alloc();
+    if (std::exchange(freadFails, false)) {
+        const int folder = open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        dup2(folder, fileno(stream));
+        close(folder);
+    }
     chunks.push_back(__real_fread(buffer, size, count, stream) * size);
     return chunks.back() / size;
 }
@@ -229,6 +239,17 @@ TEST_F(RunCommandAndCaptureOutput, ReadingThatStopsBeforeTheEndIs7250WithStatusM
     EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(20));
     EXPECT_EQ(status, -1);
     EXPECT_LE(output.size(), 64U << 20);
+    EXPECT_TRUE(platform().logged(16, "Unable to successfully finish command execution.", CONTEXT));
+    EXPECT_FALSE(platform().logged(2, "Command execution finished.", CONTEXT));
+}
+
+TEST_F(RunCommandAndCaptureOutput, ReadErrorBeforeTheEndIs7250WithStatusMinusOne)
+{
+    freadFails = true;
+    EXPECT_EQ(run("printf x"), 7250);
+    EXPECT_FALSE(freadFails);
+    EXPECT_EQ(status, -1);
+    EXPECT_EQ(output, "");
     EXPECT_TRUE(platform().logged(16, "Unable to successfully finish command execution.", CONTEXT));
     EXPECT_FALSE(platform().logged(2, "Command execution finished.", CONTEXT));
 }
