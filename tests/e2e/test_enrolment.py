@@ -12,14 +12,6 @@ pytestmark = pytest.mark.shipped
 MASTER1, MASTER2 = "master1.example", "master2.example"
 
 
-def identity_files(box):
-    """Name and content of every file of the identity store; nothing when there is none."""
-    folder = box.var("identity")
-    if not folder.exists():
-        return {}
-    return {file.name: file.read_bytes() for file in folder.iterdir() if not file.name.endswith(".lock")}
-
-
 def test_an_invitation_gives_an_identity_that_works(box, master):
     result = box.enrol(master)
     assert (result.status, result.err) == (0, "")
@@ -48,7 +40,7 @@ def test_a_wrong_fingerprint_is_refused_and_the_invitation_is_never_sent(box, ma
         "invitation was not sent; take both anew from tqmasterd invite, and if that changes nothing, then "
         "another machine answers under this name.\n"
     )
-    assert identity_files(box) == {}
+    assert box.identity_files() == {}
     assert box.enrol(master, good.text, good.fingerprint).status == 0
 
 
@@ -61,14 +53,14 @@ def test_an_invitation_for_another_host_is_refused_and_says_for_whom_it_was(box,
         "ask for one for this host (tqmasterd invite --host h1.example), or set CLIENT_NAME in "
         "/usr/torqv/torquenix/kx.conf if the invited name is this host's.\n"
     )
-    assert identity_files(box) == {}
+    assert box.identity_files() == {}
     assert box.enrol(master).status == 0
 
 
 def test_a_refused_invitation_leaves_the_identity_that_was_there(enrolled, master):
-    before = identity_files(enrolled)
+    before = enrolled.identity_files()
     assert enrolled.enrol(master, host="db7.example").status == 7
-    assert identity_files(enrolled) == before
+    assert enrolled.identity_files() == before
 
 
 def test_the_configured_name_of_this_host_may_be_invited(box, master):
@@ -100,7 +92,7 @@ def test_a_host_a_day_behind_is_told_to_look_at_the_clocks(box, master):
     prepare_clock(box)
     result = enrol_at(box, master, "-1d")
     assert (result.status, result.out, result.err) == (5, "", CLOCK_SENTENCE)
-    assert identity_files(box) == {}
+    assert box.identity_files() == {}
 
 
 def test_a_host_a_day_ahead_enrols_and_updates(box, master):
@@ -118,10 +110,10 @@ def test_an_update_of_a_host_a_day_behind_says_in_the_log_to_look_at_the_clocks(
 
 def test_a_renewal_of_a_host_a_day_behind_says_so_and_changes_nothing(enrolled):
     prepare_clock(enrolled)
-    before = identity_files(enrolled)
+    before = enrolled.identity_files()
     result = enrolled.enroll_program("--renew", env=at_time(enrolled, "-1d", "tqenroll"))
     assert (result.status, result.out, result.err) == (5, "", CLOCK_SENTENCE)
-    assert identity_files(enrolled) == before
+    assert enrolled.identity_files() == before
 
 
 @pytest.mark.parametrize("fingerprint", ["", "00", "zz" * 32, "0" * 63, "0" * 128])
@@ -129,7 +121,7 @@ def test_a_text_that_is_no_fingerprint_is_refused(box, master, fingerprint):
     good = master.invite(box.host_name)
     result = box.enrol(master, good.text, fingerprint or " ")
     assert result.status != 0 and result.err
-    assert identity_files(box) == {}
+    assert box.identity_files() == {}
 
 
 def test_a_fingerprint_may_be_written_in_capitals(box, master):
@@ -143,7 +135,7 @@ def test_a_server_that_cannot_be_reached_is_named(box):
     result = box.enrol(master, good.text, good.fingerprint)
     assert result.status != 0
     assert MASTER1 in result.err
-    assert identity_files(box) == {}
+    assert box.identity_files() == {}
 
 
 def test_a_server_under_another_name_is_refused(box, master):
@@ -153,14 +145,14 @@ def test_a_server_under_another_name_is_refused(box, master):
         "--server", "alias.example", "--invitation", good.text, "--fingerprint", good.fingerprint
     )
     assert result.status != 0
-    assert identity_files(box) == {}
+    assert box.identity_files() == {}
 
 
 def test_a_second_server_leaves_the_first_identity_alone(enrolled):
     second = enrolled.master(MASTER2).serve()
-    before = identity_files(enrolled)
+    before = enrolled.identity_files()
     assert enrolled.enrol(second).status == 0
-    after = identity_files(enrolled)
+    after = enrolled.identity_files()
     assert [identity["server"] for identity in enrolled.identities()] == [MASTER1, MASTER2]
     kept = {name: content for name, content in before.items() if name != "identity.json"}
     assert kept.items() <= after.items()
@@ -176,7 +168,7 @@ def test_the_list_shows_each_identity_and_when_it_ends(enrolled):
 
 def test_removing_the_last_identity_deletes_the_store(enrolled):
     assert enrolled.enroll_program("--remove", "--server", MASTER1).status == 0
-    assert identity_files(enrolled) == {}
+    assert enrolled.identity_files() == {}
     assert enrolled.command("-read").err == "Requested operation failed with error: 7610\n"
 
 
@@ -185,7 +177,7 @@ def test_removing_one_identity_keeps_the_others(enrolled):
     assert enrolled.enrol(second).status == 0
     assert enrolled.enroll_program("--remove", "--server", MASTER1).status == 0
     assert [identity["server"] for identity in enrolled.identities()] == [MASTER2]
-    assert not [name for name in identity_files(enrolled) if MASTER1 in name]
+    assert not [name for name in enrolled.identity_files() if MASTER1 in name]
 
 
 def test_removing_what_is_not_there_is_an_error(enrolled):
@@ -199,7 +191,7 @@ def test_a_command_line_that_makes_no_sense_is_refused(box, arguments):
     result = box.enroll_program(*arguments)
     assert result.status != 0
     assert result.err
-    assert identity_files(box) == {}
+    assert box.identity_files() == {}
 
 
 @pytest.mark.parametrize("name", ["../x", "a/b", ".hidden", "daemon", "a b", "x" * 254])
@@ -209,7 +201,7 @@ def test_a_server_name_that_could_not_be_a_file_is_refused(box, master, name):
         "--server", name, "--invitation", good.text, "--fingerprint", good.fingerprint
     )
     assert result.status != 0
-    assert identity_files(box) == {}
+    assert box.identity_files() == {}
     assert not os.path.lexists(box.var("x"))
 
 

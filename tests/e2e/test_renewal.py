@@ -18,7 +18,6 @@ DONE, USAGE, NOT_REACHABLE, NOT_TRUSTED, REPLY_UNUSABLE, STORE_FAILED, NO_SUCH_I
 )  # fmt: skip
 
 CERTIFICATE_DAYS = 730  # of a master server's usual settings
-DUE = "+500d"  # after two thirds of them
 RENEWALS = "security/renewals$"
 RENEWED = re.compile(
     r"Renewed the (host|cluster) identity towards (\S+); the certificate ends 20\d\d-\d\d-\d\d [\d:]+ UTC\n"
@@ -27,12 +26,6 @@ RENEWED = re.compile(
 
 def renew(box, *arguments, **options):
     return box.enroll_program("--renew", *arguments, **options)
-
-
-def identity_files(box):
-    """Name and content of every file of the identity store but its lock."""
-    folder = box.var("identity")
-    return {file.name: file.read_bytes() for file in folder.iterdir() if not file.name.endswith(".lock")}
 
 
 def expected_names(box):
@@ -73,11 +66,11 @@ def two_servers(updated):
 
 
 def test_a_renewal_brings_a_new_key_and_certificate_and_keeps_all_else(updated):
-    (old,), before = updated.identities(), identity_files(updated)
+    (old,), before = updated.identities(), updated.identity_files()
     result = renew(updated)
     assert (result.status, result.err) == (DONE, "")
     assert RENEWED.fullmatch(result.out)
-    (new,), after = updated.identities(), identity_files(updated)
+    (new,), after = updated.identities(), updated.identity_files()
     for key in ("certificate", "privateKey"):
         assert before[old[key]] != after[new[key]]
     names = {key: new[key] for key in ("certificate", "privateKey", "caCertificates")}
@@ -114,15 +107,15 @@ def test_on_a_host_without_identities_nothing_is_needed(box):
 
 @pytest.mark.parametrize("days, due", [(486, False), (487, True)])
 def test_a_renewal_is_needed_from_two_thirds_of_a_certificates_life_on(updated, days, due):
-    before = identity_files(updated)
+    before = updated.identity_files()
     result = renew(updated, "--if-needed", env=at_time(updated, f"+{days}d", "tqenroll"))
     assert (result.status, result.err) == (DONE, "")
     assert bool(RENEWED.fullmatch(result.out)) == due
-    assert (identity_files(updated) != before) == due
+    assert (updated.identity_files() != before) == due
 
 
 def test_a_certificate_that_has_ended_asks_for_a_new_invitation(updated):
-    before = identity_files(updated)
+    before = updated.identity_files()
     for more in ([], ["--if-needed"]):
         result = renew(updated, *more, env=at_time(updated, f"+{CERTIFICATE_DAYS + 1}d", "tqenroll"))
         assert (result.status, result.out) == (INVITATION_NEEDED, "")
@@ -132,7 +125,7 @@ def test_a_certificate_that_has_ended_asks_for_a_new_invitation(updated):
             rf"that server \(tqmasterd invite --host {updated.host_name}\)\.\n"
         )
         assert re.fullmatch(sentence, result.err), result.err
-        assert identity_files(updated) == before
+        assert updated.identity_files() == before
 
 
 def test_a_host_whose_certificate_has_ended_joins_again_with_a_new_invitation(updated, master):
@@ -144,13 +137,13 @@ def test_a_host_whose_certificate_has_ended_joins_again_with_a_new_invitation(up
 
 def test_an_identity_that_was_revoked_asks_for_a_new_invitation(updated, master):
     master.revoke(updated.host_name)
-    before = identity_files(updated)
+    before = updated.identity_files()
     result = renew(updated)
     assert (result.status, result.out) == (INVITATION_NEEDED, "")
     assert f"server {MASTER1} does not renew the host identity" in result.err
     assert "HTTP status 403" in result.err
     assert f"(tqmasterd invite --host {updated.host_name})" in result.err
-    assert identity_files(updated) == before
+    assert updated.identity_files() == before
 
 
 def test_without_a_token_one_is_asked_for(updated):
@@ -169,13 +162,13 @@ def test_a_token_that_the_server_does_not_know_is_renewed_once(updated):
 
 def test_a_server_that_is_away_does_not_keep_the_others_from_it(two_servers, master):
     master.stop()
-    before = identity_files(two_servers)
+    before = two_servers.identity_files()
     first, second = two_servers.identities()
     result = renew(two_servers)
     assert result.status == NOT_REACHABLE
     assert re.fullmatch(rf"tqenroll: server {MASTER1} on port 1556 is not reachable: .*\.\n", result.err)
     assert RENEWED.fullmatch(result.out)[2] == MASTER2
-    after = identity_files(two_servers)
+    after = two_servers.identity_files()
     assert after[first["privateKey"]] == before[first["privateKey"]]
     assert second["privateKey"] not in after
 
@@ -225,16 +218,16 @@ BAD_ANSWERS = {
 
 @pytest.mark.parametrize("answer", BAD_ANSWERS)
 def test_an_answer_that_cannot_be_used_leaves_the_old_pair(updated, scripted, answer):
-    before = identity_files(updated)
+    before = updated.identity_files()
     scripted({"path": RENEWALS, "answer": BAD_ANSWERS[answer]})
     result = renew(updated)
     assert (result.status, result.out) == (REPLY_UNUSABLE, "")
     assert re.fullmatch(rf"tqenroll: .*server {MASTER1}.*\.\n", result.err)
-    assert identity_files(updated) == before
+    assert updated.identity_files() == before
 
 
 def test_a_certificate_for_another_key_is_not_taken(updated, scripted):
-    (identity,), before = updated.identities(), identity_files(updated)
+    (identity,), before = updated.identities(), updated.identity_files()
     body = {
         "hostId": identity["hostId"],
         "certificate": before[identity["certificate"]].decode(),
@@ -244,16 +237,16 @@ def test_a_certificate_for_another_key_is_not_taken(updated, scripted):
     result = renew(updated)
     assert result.status == REPLY_UNUSABLE
     assert "its certificate is for another key" in result.err
-    assert identity_files(updated) == before
+    assert updated.identity_files() == before
 
 
 def test_a_server_of_another_authority_sees_neither_request_nor_token(updated, master):
     master.stop()
-    before = identity_files(updated)
+    before = updated.identity_files()
     updated.master(MASTER1, "other-authority").serve()
     result = renew(updated)
     assert result.status == NOT_TRUSTED
-    assert identity_files(updated) == before
+    assert updated.identity_files() == before
 
 
 KILLS = {"rename": (1, 2, 3, 4), "fsync": (1, 5, 8), "unlink": (1, 3)}
@@ -277,11 +270,11 @@ def test_killed_at_any_point_the_pair_is_the_old_or_the_new_one(updated, call, k
 
 @pytest.mark.parametrize("failure", ["fsync:error=EIO", "rename:error=ENOSPC", "flock:error=ENOLCK"])
 def test_a_disk_that_fails_leaves_the_old_pair(updated, failure):
-    before = identity_files(updated)
+    before = updated.identity_files()
     result = renew(updated, inject=[failure])
     assert (result.status, result.out) == (STORE_FAILED, "")
     assert re.fullmatch(r"tqenroll: .*/usr/torqv/var/identity.*\.\n", result.err)
-    assert identity_files(updated) == before
+    assert updated.identity_files() == before
 
 
 def test_runs_beside_renewals_find_one_pair_or_the_other(updated):
@@ -315,7 +308,7 @@ def test_two_renewals_at_once_leave_one_whole_pair(updated):
 
 def test_no_secret_is_said_or_logged(updated):
     result = renew(updated)
-    (identity,), files = updated.identities(), identity_files(updated)
+    (identity,), files = updated.identities(), updated.identity_files()
     key = files[identity["privateKey"]].decode().splitlines()[1]
     token = json.loads(files[f"token.host.{MASTER1}"])["token"]
     logs = "".join(file.read_text() for file in updated.log_files("tqenroll"))

@@ -4,7 +4,6 @@ import collections
 import dataclasses
 import datetime
 import os
-import pathlib
 import platform
 
 from rows import GROUPS, ROWS

@@ -18,14 +18,6 @@ RACERS = 10
 INVITATION_REFUSED = 7  # tqenroll's exit status
 
 
-def identity_files(box):
-    """Name and content of every file of the identity store; nothing when there is none."""
-    folder = box.var("identity")
-    if not folder.exists():
-        return {}
-    return {file.name: file.read_bytes() for file in folder.iterdir() if not file.name.endswith(".lock")}
-
-
 def used(box, master):
     invitation = master.invite(box.host_name)
     assert box.enrol(master, invitation.text, invitation.fingerprint).status == 0
@@ -69,11 +61,11 @@ INVITATIONS = {
 def test_an_invitation_that_is_not_good_gives_nothing_and_takes_nothing(box, master, fault):
     good = master.invite(box.host_name)
     invitation = INVITATIONS[fault](box, master)
-    before = identity_files(box)
+    before = box.identity_files()
     result = box.enrol(master, invitation, good.fingerprint)
     assert (result.status, result.out) == (INVITATION_REFUSED, "")
     assert MASTER1 in result.err and "does not take the invitation" in result.err
-    assert identity_files(box) == before
+    assert box.identity_files() == before
     if fault == "used":
         assert box.command("-update").status == 0
     else:

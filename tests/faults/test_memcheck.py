@@ -7,7 +7,7 @@ import signal
 
 import pytest
 
-from sandbox import BIN_DIR
+from sandbox import BIN_DIR, is_sanitized
 from servers import raw_answer
 
 pytestmark = [pytest.mark.row("V1"), pytest.mark.full]
@@ -31,7 +31,7 @@ OPEN_ON_PURPOSE = re.compile(r"<inherited from parent>|^Open file descriptor \d+
 @pytest.fixture(autouse=True)
 def not_sanitized(build):
     """A sanitized program brings a memory checker of its own, and two do not fit into one process."""
-    if "TQ_SANITIZE:BOOL=ON" in (build / "CMakeCache.txt").read_text(errors="replace"):
+    if is_sanitized(build):
         pytest.exit("valgrind takes a build without sanitizers: --build build/release")
 
 

@@ -3,7 +3,6 @@ inherited signals and masks, and clocks that are wrong."""
 
 import datetime
 import json
-import os
 import re
 import stat
 

@@ -21,8 +21,6 @@ OF_NO_CONCERN = {
     "Type",
 }
 
-NEW_NAMESPACES = ("cgroup", "ipc", "mnt", "net", "pid", "user", "uts")
-
 
 class UnitFile:
     """Sections, and in each the values of a key in their order. An empty value forgets those before it."""

@@ -425,6 +425,12 @@ class Sandbox:
         store["identities"][number].update(fields)
         (self.var("identity") / "identity.json").write_text(json.dumps(store))
 
+    def identity_files(self):
+        """Name and content of every file of the identity store but its lock; nothing when there is none."""
+        folder = self.var("identity")
+        files = folder.iterdir() if folder.exists() else ()
+        return {file.name: file.read_bytes() for file in files if not file.name.endswith(".lock")}
+
     def give_identifier(self):
         """An identity store as after an enrolment, but without key and certificate: good for what asks no
         server."""

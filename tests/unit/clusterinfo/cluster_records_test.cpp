@@ -145,7 +145,7 @@ TEST(NodeInfoToJson, VirtualNamesDeliberatelyComeWithoutOwners)
                     R"("ipv4": "192.0.2.7", "ipv6": "2001:db8::7"}]})");
 }
 
-TEST(StatusToJson, OneKey)
+TEST(StatusToJson, HoldsTheStatusAlone)
 {
     std::string json = "earlier";
     StatusToJson(json, 30036);

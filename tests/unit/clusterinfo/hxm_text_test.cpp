@@ -45,7 +45,7 @@ TEST(ThirdWord, ALineWithFewerThanThreeWordsAddsNothing)
         EXPECT_EQ(thirdWord(line), std::nullopt) << line;
 }
 
-TEST(HasThreeDots, ExactlyThree)
+TEST(HasThreeDots, NeitherFewerNorMore)
 {
     EXPECT_TRUE(hasThreeDots("192.0.2.1"));
     EXPECT_TRUE(hasThreeDots("..."));

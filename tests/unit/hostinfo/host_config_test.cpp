@@ -380,7 +380,7 @@ TEST_F(LoadHostConfig, UnknownNamesOfHostAndSystemAreKeptAsTheyAre)
     EXPECT_EQ(platform().log, restOfALoad("Unknown"));
 }
 
-TEST_F(LoadHostConfig, NothingKnownAtAll)
+TEST_F(LoadHostConfig, UnknownFactsLeaveTheirFieldsEmpty)
 {
     sysinfo().record = {};
     for (std::string* fact :

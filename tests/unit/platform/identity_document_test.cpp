@@ -91,7 +91,7 @@ TEST(IdentityDocument, EmptyListAndUnknownKeysAreFine)
     EXPECT_EQ(faultOf(R"({"version": 1, "identities": [], "later": {"a": [1]}})"), "");
 }
 
-TEST(IdentityDocument, DamagedTexts)
+TEST(IdentityDocument, DamagedTextsAreRefusedWithTheirFault)
 {
     const std::pair<std::string, std::string> cases[] = {
         {"", "it is not JSON: line 1"},

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 #include <string>
 
-TEST(ServerName, GoodNames)
+TEST(ServerName, TakesNamesAndAddresses)
 {
     for (const std::string& name :
          {std::string("master1.example"), std::string("m"), std::string("10.0.0.1"), std::string("fe80::1"),
@@ -12,7 +12,7 @@ TEST(ServerName, GoodNames)
         EXPECT_EQ(tq::serverNameFault(name), nullptr) << name;
 }
 
-TEST(ServerName, RefusedNames)
+TEST(ServerName, EachRefusalHasItsReason)
 {
     const std::pair<std::string, std::string> cases[] = {
         {"", "it is empty"},
