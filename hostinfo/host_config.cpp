@@ -1,10 +1,8 @@
 #include "hostinfo/machine_names.h"
+#include "hostinfo/text_file.h"
 #include "hostinfo/tqclntdb_hostinfo.h"
 #include "platform/debuglog.h"
 #include "sysinfo/system_info.h"
-#include "utils/tqclntdb_utils_real.h"
-
-#include <sys/stat.h>
 
 using SYSINFO_NAMESPACE::NULL_MARKER;
 using SYSINFO_NAMESPACE::TquClientSystemData;
@@ -38,12 +36,6 @@ int failed(const char* text, int status)
 void logProgress(const char* text)
 {
     LogLine(LogLevel::progress, CONTEXT) << text << '\n';
-}
-
-bool exists(const char* path)
-{
-    struct ::stat attributes;
-    return T::stat(path, &attributes) == 0;
 }
 
 bool isKnown(const std::string& fact)

@@ -4,7 +4,6 @@
 #include "platform/config.h"
 #include "platform/debuglog.h"
 #include "platform/status.h"
-#include "utils/tqclntdb_utils_real.h"
 
 #include <algorithm>
 #include <sstream>
@@ -57,8 +56,7 @@ int CHostInformation::retrieveHFXsInstalled()
     const std::string path = std::string(directory) + PACK_SUMMARY;
     LogLine(LogLevel::progress, CONTEXT) << "File path for HFX's retrieval: [ " << path << " ]";
 
-    struct ::stat attributes;
-    if (T::stat(path.c_str(), &attributes) != 0) {
+    if (!exists(path.c_str())) {
         LogLine(LogLevel::progress, CONTEXT)
             << "pack.summary file does not exist, considering no HFX's installed on machine";
         return EC_success;

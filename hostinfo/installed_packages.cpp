@@ -1,6 +1,9 @@
+#include "hostinfo/package_query.h"
 #include "hostinfo/package_text.h"
+#include "hostinfo/text_file.h"
 #include "hostinfo/tqclntdb_hostinfo.h"
 #include "platform/debuglog.h"
+#include "platform/paths.h"
 #include "platform/portable.h"
 #include "platform/status.h"
 #include "utils/tqclntdb_utils.h"
@@ -20,16 +23,7 @@ constexpr std::size_t MAX_LIST_LENGTH = 2048;
 constexpr const char* DEDUPLICATION_AGENT_VERSION = "15.0.2";
 constexpr const char* SERVICE_BROKER_VERSION = "1.15.1.0";
 
-constexpr const char* JAVA_BINARY = "/usr/torqv/java/jre/bin/java";
-constexpr const char* JAVA_ARCHIVE = "/usr/torqv/java/allTQ.jar";
-
 constexpr int VERSION_COMPONENTS = 4;
-
-bool exists(const char* path)
-{
-    struct ::stat attributes;
-    return T::stat(path, &attributes) == 0;
-}
 
 /// Entry of one line of the query, with the log's account of how it was cut.
 std::optional<std::string> entryOfLine(const std::string& line)
@@ -60,11 +54,11 @@ void CHostInformation::listDebianPackages()
     add("XRVNtqcfg", version);
     add("XRVNtqpck", version);
     // The two messages name each other's directory; support staff search for them as they are.
-    if (exists(JAVA_BINARY)) {
+    if (exists(TQ_JAVA_BINARY)) {
         LogLine(LogLevel::progress, CONTEXT) << "Torquenix Java directory found on the host.";
         add("XRVNtqjre", version);
     }
-    if (exists(JAVA_ARCHIVE)) {
+    if (exists(TQ_JAVA_ARCHIVE)) {
         LogLine(LogLevel::progress, CONTEXT) << "Torquenix JRE directory found on the host.";
         add("XRVNtqjava", version);
     }
@@ -74,20 +68,9 @@ int CHostInformation::listRpmPackages()
 {
     char command[tqclntdb_utils::MAX_COMMAND_LENGTH];
     V_snprintf(command, sizeof command, "rpm -qa %s 2>&1", "XRVN*");
-    LogLine(LogLevel::progress, CONTEXT)
-        << "Executing command to get list of Torquenix installed packages: [" << command << "]";
     std::string output;
-    int exitStatus = 0;
-    if (const int status = T::run_command_and_capture_output(command, output, &exitStatus); status != 0) {
-        LogLine(LogLevel::error, CONTEXT)
-            << "The command failed to execute.  run_command_and_capture_output() returned [" << status << "]";
+    if (const int status = captureList(CONTEXT, command, output); status != 0)
         return status;
-    }
-    if (exitStatus != 0) {
-        LogLine(LogLevel::error, CONTEXT)
-            << "The command to list the packages failed with status [" << exitStatus << "].";
-        return EC_package_query_failed;
-    }
     std::istringstream lines(output);
     for (std::string line; std::getline(lines, line);) {
         if (std::optional<std::string> entry = entryOfLine(line))

@@ -1,14 +1,17 @@
 #include "hostinfo/machine_names.h"
 
+#include "sysinfo/hypervisor_keywords.h"
+
 #include <array>
 
 namespace TQCLNTDB {
 namespace {
 
-/// By code, from 1 on.
+/// By the codes of SYSINFO_NAMESPACE::UVmType, from 1 on.
 constexpr std::array HYPERVISOR_NAMES{
     "VMWARE", "HYPERV", "KQVI", "ELASTIC_HV", "RHV", "NUTANIX_AHV", "AZURE_STACK", "OPEN_STACK",
 };
+static_assert(HYPERVISOR_NAMES.size() == SYSINFO_NAMESPACE::UVM_OPENSTACK, "the last code has a name");
 
 } // namespace
 

@@ -1,12 +1,10 @@
 // Package listings of the Unix systems whose hosts are described by builds of their own.
+#include "hostinfo/package_query.h"
 #include "hostinfo/package_text.h"
 #include "hostinfo/tqclntdb_hostinfo.h"
 #include "platform/debuglog.h"
-#include "platform/portable.h"
 #include "platform/shell_word.h"
 #include "platform/status.h"
-#include "utils/tqclntdb_utils.h"
-#include "utils/tqclntdb_utils_real.h"
 
 #include <sstream>
 
@@ -23,36 +21,10 @@ struct PackageLister {
     bool namesPackageWithoutVersion; ///< whether the complaint about a missing version names the package
 };
 
-/// What is logged around the exit status of a command that fails.
-struct FailureText {
-    std::string before;
-    const char* after;
-};
-
-/// Runs a command and takes its output. 0, the runner's status, or 7282 when it ends with a failure.
-int capture(const PackageLister& lister, const std::string& command, const FailureText& failure,
-            std::string& output)
-{
-    int exitStatus = 0;
-    if (const int status = T::run_command_and_capture_output(command.c_str(), output, &exitStatus);
-        status != 0) {
-        LogLine(LogLevel::error, lister.context)
-            << "The command failed to execute.  run_command_and_capture_output() returned [" << status << "]";
-        return status;
-    }
-    if (exitStatus == 0)
-        return EC_success;
-    LogLine(LogLevel::error, lister.context) << failure.before << exitStatus << failure.after;
-    return EC_package_query_failed;
-}
-
 int listNames(const PackageLister& lister, std::vector<std::string>& names)
 {
-    LogLine(LogLevel::progress, lister.context)
-        << "Executing command to get list of Torquenix installed packages: [" << lister.listCommand << "]";
     std::string output;
-    const FailureText failure{"The command to list the packages failed with status [", "]."};
-    if (const int status = capture(lister, lister.listCommand, failure, output); status != 0)
+    if (const int status = captureList(lister.context, lister.listCommand, output); status != 0)
         return status;
     std::istringstream lines(output);
     for (std::string line; std::getline(lines, line);) {
@@ -100,7 +72,7 @@ int addPackage(const PackageLister& lister, const std::string& name, std::vector
     std::string details;
     const FailureText failure{
         "The command to list the package details for [" + name + "] failed with status [", "]"};
-    if (const int status = capture(lister, command, failure, details); status != 0)
+    if (const int status = capture(lister.context, command, failure, details); status != 0)
         return status;
     const std::optional<std::string> version = versionIn(lister, details);
     if (!version) {

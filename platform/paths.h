@@ -30,6 +30,10 @@ inline constexpr const char* TQ_BIN_VERSION_FILE = TQ_INSTALL_ROOT "/torquenix/b
 /// Server database; a host without it is a client only.
 inline constexpr const char* TQ_SERVER_DB = TQ_INSTALL_ROOT "/db";
 
+/// Parts of the Java package: the runtime and the programs.
+inline constexpr const char* TQ_JAVA_BINARY = TQ_INSTALL_ROOT "/java/jre/bin/java";
+inline constexpr const char* TQ_JAVA_ARCHIVE = TQ_INSTALL_ROOT "/java/allTQ.jar";
+
 inline constexpr const char* TQ_VAR_DIR = TQ_INSTALL_ROOT "/var";
 inline constexpr const char* TQ_IDENTITY_DIR = TQ_INSTALL_ROOT "/var/identity";
 inline constexpr const char* TQ_IDENTITY_STORE_FILE = TQ_INSTALL_ROOT "/var/identity/identity.json";
