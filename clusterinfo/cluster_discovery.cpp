@@ -52,6 +52,13 @@ void traceSharedNames(bool includeIP)
     Trace(0, "[GetClusterSharedNames] ... (includeIP:%s) Enter \n", includeIP ? "true" : "false");
 }
 
+int discoverNode(ClusterNodeInfo& node)
+{
+    ClusterInfo cluster;
+    const int status = GetClusterInfo(cluster);
+    return status != 0 ? status : GetClusterNodeInfo(cluster, node);
+}
+
 } // namespace
 
 int GetClusterInfo(ClusterInfo& info)
@@ -115,11 +122,8 @@ int GetClusterNodeInfo(const ClusterInfo& cluster, ClusterNodeInfo& node)
 
 int GetClusterNodeInfo(std::string& json)
 {
-    ClusterInfo cluster;
     ClusterNodeInfo node;
-    int status = GetClusterInfo(cluster);
-    if (status == 0)
-        status = GetClusterNodeInfo(cluster, node);
+    const int status = discoverNode(node);
     if (status != 0)
         StatusToJson(json, status);
     else
@@ -130,11 +134,8 @@ int GetClusterNodeInfo(std::string& json)
 int GetClusterSharedNames(std::list<std::string>& names, bool includeIP)
 {
     traceSharedNames(includeIP);
-    ClusterInfo cluster;
     ClusterNodeInfo node;
-    int status = GetClusterInfo(cluster);
-    if (status == 0)
-        status = GetClusterNodeInfo(cluster, node);
+    const int status = discoverNode(node);
     if (status == 0) {
         appendSharedNames(names, node.cluster, includeIP);
         for (const VirtualNameInfo& info : node.virtualInfoList)
