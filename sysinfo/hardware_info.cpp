@@ -68,13 +68,9 @@ std::string LinuxHardwareInfo::getCpuType() const
     constexpr const char* CONTEXT = "LinuxHardwareInfo::getCpuType";
     const std::string architecture = getArchitectureType();
     CpuIdentity cpu;
-    CatFile cpuInfo(CPU_INFO_FILE);
-    if (cpuInfo.status() != 0) {
-        logMessage(LogLevel::progress, CONTEXT, "cat command failed");
-    } else {
-        for (std::string line; cpuInfo.nextLine(line);)
-            cpu.addLine(line);
-    }
+    CatFile cpuInfo(CPU_INFO_FILE, CONTEXT);
+    for (std::string line; cpuInfo.nextLine(line);)
+        cpu.addLine(line);
     char cpuType[1025];
     V_snprintf(cpuType, sizeof cpuType, "%s (Family:%s Model:%s Stepping:%s)", architecture.c_str(),
                cpu.family.c_str(), cpu.model.c_str(), cpu.stepping.c_str());
@@ -86,13 +82,9 @@ std::string LinuxHardwareInfo::getModelName() const
 {
     constexpr const char* CONTEXT = "LinuxHardwareInfo::getModelName";
     CpuModelName model;
-    CatFile cpuInfo(CPU_INFO_FILE);
-    if (cpuInfo.status() != 0) {
-        logMessage(LogLevel::progress, CONTEXT, "cat command failed");
-    } else {
-        for (std::string line; cpuInfo.nextLine(line);)
-            model.addLine(line);
-    }
+    CatFile cpuInfo(CPU_INFO_FILE, CONTEXT);
+    for (std::string line; cpuInfo.nextLine(line);)
+        model.addLine(line);
     std::string name = model.text();
     logMessage(LogLevel::progress, CONTEXT, "modelName: %s", name.c_str());
     return name;
@@ -102,16 +94,12 @@ std::string LinuxHardwareInfo::getVendorName() const
 {
     constexpr const char* CONTEXT = "LinuxHardwareInfo::getVendorName";
     std::string vendor = NULL_MARKER;
-    CatFile cpuInfo(CPU_INFO_FILE);
-    if (cpuInfo.status() != 0) {
-        logMessage(LogLevel::progress, CONTEXT, "cat command failed");
-    } else {
-        for (std::string line; cpuInfo.nextLine(line);) {
-            const std::string value = contains(line, "vendor") ? valueAfterLast(':', line).value_or("") : "";
-            if (!value.empty()) {
-                vendor = value;
-                break;
-            }
+    CatFile cpuInfo(CPU_INFO_FILE, CONTEXT);
+    for (std::string line; cpuInfo.nextLine(line);) {
+        const std::string value = contains(line, "vendor") ? valueAfterLast(':', line).value_or("") : "";
+        if (!value.empty()) {
+            vendor = value;
+            break;
         }
     }
     logMessage(LogLevel::progress, CONTEXT, "vendorName: %s", vendor.c_str());
@@ -154,11 +142,9 @@ std::string LinuxHardwareInfo::getMemoryInfo(const std::string& key) const
 {
     constexpr const char* CONTEXT = "LinuxHardwareInfo::getMemoryInfo";
     logMessage(LogLevel::progress, CONTEXT, "logparams - memKey: %s", key.c_str());
-    CatFile memoryInfo(MEMORY_INFO_FILE);
-    if (memoryInfo.status() != 0) {
-        logMessage(LogLevel::error, CONTEXT, "cat command failed");
+    CatFile memoryInfo(MEMORY_INFO_FILE, CONTEXT, LogLevel::error);
+    if (memoryInfo.status() != 0)
         return "";
-    }
     std::string value;
     for (std::string line; memoryInfo.nextLine(line);) {
         if (contains(line, key)) {

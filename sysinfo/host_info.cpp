@@ -20,11 +20,9 @@ namespace {
 /// The first name that the configuration gives under a key; logged as "label: name".
 std::string readConfiguredName(const char* key, const char* label, const char* context)
 {
-    CatFile configuration(TQ_CONFIG_FILE);
-    if (configuration.status() != 0) {
-        logMessage(LogLevel::progress, context, "cat command failed");
+    CatFile configuration(TQ_CONFIG_FILE, context);
+    if (configuration.status() != 0)
         return NULL_MARKER;
-    }
     std::string name = NULL_MARKER;
     for (std::string line; configuration.nextLine(line);) {
         if (const std::optional<std::string> value = configuredName(line, key)) {

@@ -12,8 +12,10 @@ namespace SYSINFO_NAMESPACE {
 /// when it would begin beyond that. Absent when the line has no separator, or no end within 2048 characters.
 std::optional<std::string> valueAfterLast(char separator, std::string_view line);
 
+/// Whether a part, letter by letter, stands anywhere in a text; the empty one stands in every text.
 bool contains(std::string_view text, std::string_view part);
 
+/// What follows the blanks, and no other white space, at the beginning.
 std::string withoutLeadingBlanks(const std::string& text);
 
 } // namespace SYSINFO_NAMESPACE
