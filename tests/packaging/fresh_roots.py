@@ -9,7 +9,7 @@ import shlex
 
 import pytest
 
-from fresh_root import FreshRoot, TEMPLATE
+from booted_root import TEMPLATE, BootedRoot
 
 MASTER, HOST = "master1.example", "host1.example"
 DATA = "/var/lib/tqmasterd"
@@ -30,7 +30,7 @@ def release_of(root, component="client"):
 @pytest.fixture
 def master():
     """A host without any of our packages that is to be the master server."""
-    with FreshRoot(MASTER) as root:
+    with BootedRoot(MASTER) as root:
         root.run(f"echo 127.0.0.1 localhost {MASTER} {HOST} >/etc/hosts")
         yield root
 
@@ -38,7 +38,7 @@ def master():
 @pytest.fixture
 def host(master):
     """A host without any of our packages, in the master server's network."""
-    with FreshRoot(HOST, network_of=master) as root:
+    with BootedRoot(HOST, network_of=master) as root:
         root.run(f"echo 127.0.0.1 localhost {MASTER} {HOST} >/etc/hosts")
         yield root
 

@@ -30,7 +30,7 @@ exit 1
 """
 
 
-class FreshRoot:
+class BootedRoot:
     """Use as a context manager."""
 
     def __init__(self, name, network_of=None):
