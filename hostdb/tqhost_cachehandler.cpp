@@ -8,11 +8,9 @@
 #include "platform/portable.h"
 
 #include <cerrno>
-#include <cstring>
 #include <dirent.h>
 #include <exception>
 #include <fcntl.h>
-#include <memory>
 #include <optional>
 #include <string_view>
 #include <sys/stat.h>
@@ -59,10 +57,6 @@ std::optional<std::string> readFirstLine(int descriptor)
     return std::nullopt;
 }
 
-struct DirectoryClose {
-    void operator()(DIR* directory) const { closedir(directory); }
-};
-
 bool isOldCacheFile(std::string_view name)
 {
     constexpr std::string_view CACHE = "hostdb.cache";
@@ -103,7 +97,7 @@ bool TQHostDBCacheHandler::readCacheFile(std::string& out)
     const std::optional<std::string> line = readFirstLine(file.get());
     if (!line)
         LogLine(LogLevel::warning, CONTEXT)
-            << "Unable to read cache file " << cacheFile_ << ": " << std::strerror(errno) << '\n';
+            << "Unable to read cache file " << cacheFile_ << ": " << tq::errorText(errno) << '\n';
     else if (line->empty())
         LogLine(LogLevel::warning, CONTEXT) << "Cache file " << cacheFile_ << " holds no record\n";
     out = line.value_or("");
@@ -149,14 +143,14 @@ bool TQHostDBCacheHandler::writeCacheFile(const CHostInformation* record)
         << "Writing json  string :" << text << " to file :" << cacheFile_ << '\n';
     if (!tq::writeAll(file.get(), text + '\n') || close(file.release()) != 0)
         LogLine(LogLevel::warning, CONTEXT)
-            << "Unable to write cache file " << cacheFile_ << ": " << std::strerror(errno) << '\n';
+            << "Unable to write cache file " << cacheFile_ << ": " << tq::errorText(errno) << '\n';
     return true;
 }
 
 void cleanupOldCacheFile()
 {
     constexpr const char* CONTEXT = "TQHostDBCacheHandler::cleanupOldCacheFile";
-    const std::unique_ptr<DIR, DirectoryClose> directory(opendir(TQ_BIN_DIR));
+    const tq::DirectoryHandle directory(opendir(TQ_BIN_DIR));
     if (!directory) {
         LogLine(LogLevel::error, CONTEXT) << "Cannot open Torquenix bin directory\n";
         return;

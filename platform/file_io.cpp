@@ -5,9 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <dirent.h>
 #include <fcntl.h>
-#include <memory>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
@@ -16,14 +14,7 @@
 namespace tq {
 namespace {
 
-/// What the temporary names of replaceFile begin with; short, so that any base name has room beside it.
-constexpr const char* TEMPORARY_PREFIX = ".tq-new.";
-
 constexpr std::size_t READ_BLOCK = 16384;
-
-struct DirectoryRelease {
-    void operator()(DIR* directory) const { closedir(directory); }
-};
 
 std::string directoryOf(const std::string& path)
 {
@@ -243,7 +234,7 @@ bool replaceFile(const std::string& path, std::string_view text, mode_t mode, co
 std::vector<std::string> listDirectory(const std::string& directory)
 {
     std::vector<std::string> names;
-    const std::unique_ptr<DIR, DirectoryRelease> entries(opendir(directory.c_str()));
+    const DirectoryHandle entries(opendir(directory.c_str()));
     while (const dirent* entry = entries ? readdir(entries.get()) : nullptr) {
         const std::string_view name = entry->d_name;
         if (name != "." && name != "..")

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstddef>
+#include <dirent.h>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -28,6 +30,13 @@ private:
     int fd_ = -1;
 };
 
+struct DirectoryRelease {
+    void operator()(DIR* directory) const { closedir(directory); }
+};
+
+/// Owns an open directory.
+using DirectoryHandle = std::unique_ptr<DIR, DirectoryRelease>;
+
 /// Largest cache or status file that is read; a larger one counts as one that cannot be opened.
 inline constexpr std::size_t OWN_FILE_MAX_BYTES = std::size_t{16} << 20;
 
@@ -39,8 +48,8 @@ inline constexpr std::size_t OWN_FILE_MAX_BYTES = std::size_t{16} << 20;
 FileDescriptor openOwnFile(const std::string& path, int flags, mode_t mode, const char* context);
 
 /// Whole text of a file that the system only reads: links are followed, but it must lead to a regular file.
-/// Absent with errno set when it cannot be opened or is larger than `maxBytes` (EFBIG); `readFailed` tells a
-/// file that was opened but could not be read.
+/// Absent with errno set when it cannot be opened or is larger than `maxBytes` (EFBIG); `readFailed` (may
+/// be null) tells a file that was opened but could not be read.
 std::optional<std::string> readFile(const std::string& path, std::size_t maxBytes, bool* readFailed);
 
 /// Most that readFileStart reads of a file.
@@ -64,6 +73,9 @@ std::string errorText(int error);
 
 /// Writes all of `text`. False with errno set when it could not.
 [[nodiscard]] bool writeAll(int descriptor, std::string_view text);
+
+/// What the temporary names of replaceFile begin with; short, so that any base name has room beside it.
+inline constexpr const char* TEMPORARY_PREFIX = ".tq-new.";
 
 /// Removes temporary files of replaceFile that killed processes left in a directory over a minute ago.
 void removeStaleTemporaries(const std::string& directory);

@@ -3,7 +3,6 @@
 #include "platform/debuglog.h"
 #include "platform/log_entry.h"
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -11,7 +10,6 @@
 #include <dirent.h>
 #include <exception>
 #include <fcntl.h>
-#include <memory>
 #include <spdlog/details/log_msg.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -58,10 +56,6 @@ std::string_view dayOfFile(std::string_view name, const std::string& program)
     const bool digits = day.find_first_not_of("0123456789") == std::string_view::npos;
     return digits ? day : std::string_view();
 }
-
-struct DirectoryCloser {
-    void operator()(DIR* directory) const { closedir(directory); }
-};
 
 /// Nothing was written yet: this run is the first of its day, or one of the first.
 bool isEmpty(int file)
@@ -151,7 +145,7 @@ void LogFileSink::removeOldFiles(Time now) const
     if (daysKept_ <= 0)
         return;
     const std::string oldestKept = dayText(now, daysKept_);
-    const std::unique_ptr<DIR, DirectoryCloser> directory(opendir(directory_.c_str()));
+    const DirectoryHandle directory(opendir(directory_.c_str()));
     if (!directory)
         return;
     while (const dirent* entry = readdir(directory.get())) {

@@ -1,4 +1,6 @@
 #include "platform/process.h"
+
+#include "platform/file_io.h"
 #include "platform/running_command.h"
 
 #include <algorithm>
@@ -10,7 +12,6 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <linux/close_range.h>
-#include <memory>
 #include <string_view>
 #include <sys/prctl.h>
 #include <unistd.h>
@@ -20,10 +21,6 @@ namespace tq {
 namespace {
 
 constexpr const char* FIXED_PATH = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin";
-
-struct DirectoryRelease {
-    void operator()(DIR* directory) const { closedir(directory); }
-};
 
 /// Without them the next file that is opened would be taken for standard output or error. Where there is no
 /// /dev/null, "/" holds the place: writing there fails.
@@ -43,7 +40,7 @@ void keepDescriptorsFromCommands()
     if (close_range(STDERR_FILENO + 1, UINT_MAX, CLOSE_RANGE_CLOEXEC) == 0)
         return;
     // An older kernel, or a sandbox that refuses a call it does not know.
-    const std::unique_ptr<DIR, DirectoryRelease> names(opendir("/proc/self/fd"));
+    const DirectoryHandle names(opendir("/proc/self/fd"));
     while (const dirent* entry = names ? readdir(names.get()) : nullptr) {
         const auto descriptor = static_cast<int>(std::strtol(entry->d_name, nullptr, 10)); // 0 for "."
         if (descriptor > STDERR_FILENO)
