@@ -1,6 +1,7 @@
 #include "masterd/secret.h"
 
 #include "platform/crypto.h"
+#include "platform/random.h"
 
 #include <algorithm>
 
@@ -10,11 +11,6 @@ namespace {
 
 constexpr std::size_t ID_BYTES = 8;
 constexpr std::size_t SECRET_BYTES = 32;
-
-bool isHex(std::string_view text, std::size_t bytes)
-{
-    return text.size() == 2 * bytes && text.find_first_not_of("0123456789abcdef") == std::string_view::npos;
-}
 
 } // namespace
 
@@ -42,7 +38,7 @@ std::optional<Secret> parseSecret(std::string_view text)
 {
     const std::string_view id = text.substr(0, std::min(text.find('.'), text.size()));
     const std::string_view secret = text.substr(std::min(id.size() + 1, text.size()));
-    if (!isHex(id, ID_BYTES) || !isHex(secret, SECRET_BYTES))
+    if (!tq::isHexText(id, ID_BYTES) || !tq::isHexText(secret, SECRET_BYTES))
         return std::nullopt;
     return Secret{std::string(id), std::string(secret)};
 }

@@ -18,7 +18,6 @@
 namespace tq {
 namespace {
 
-constexpr const char* CONTEXT = "identityStore";
 constexpr mode_t FILE_MODE = 0600;
 
 /// How long a change waits for another one to end.
@@ -32,8 +31,6 @@ constexpr std::size_t GENERATION_BYTES = 8;
 constexpr std::size_t TRIAL_BYTES = std::size_t{64} << 10U;
 
 constexpr std::string_view FILE_ENDINGS[] = {".crt", ".key", ".ca"};
-constexpr std::string_view FILE_BEGINNINGS[] = {"host.", "cluster."};
-constexpr std::string_view TOKEN_BEGINNINGS[] = {"token.host.", "token.cluster."};
 
 std::string inStore(const std::string& name)
 {
@@ -48,25 +45,28 @@ int writeFailure(const std::string& path, std::string* cause)
     return EC_file_write_failed;
 }
 
-bool startsWithOneOf(std::string_view name, const std::string_view (&beginnings)[2])
+bool startsWithType(std::string_view name)
 {
-    return name.substr(0, beginnings[0].size()) == beginnings[0] ||
-           name.substr(0, beginnings[1].size()) == beginnings[1];
+    return name.starts_with("host.") || name.starts_with("cluster.");
+}
+
+/// Whether a name is one that tokenFileName makes.
+bool isTokenFile(std::string_view name)
+{
+    return name.starts_with(TOKEN_PREFIX) && startsWithType(name.substr(TOKEN_PREFIX.size()));
 }
 
 /// Whether a name is one that nameFiles makes.
 bool isGenerationFile(std::string_view name)
 {
-    if (!startsWithOneOf(name, FILE_BEGINNINGS))
+    if (!startsWithType(name))
         return false;
     for (const std::string_view ending : FILE_ENDINGS) {
         if (name.size() <= ending.size() || name.substr(name.size() - ending.size()) != ending)
             continue;
         const std::string_view stem = name.substr(0, name.size() - ending.size());
         const std::size_t dot = stem.rfind('.');
-        const std::string_view generation = stem.substr(dot + 1);
-        return generation.size() == 2 * GENERATION_BYTES &&
-               generation.find_first_not_of("0123456789abcdef") == std::string_view::npos;
+        return isHexText(stem.substr(dot + 1), GENERATION_BYTES);
     }
     return false;
 }
@@ -94,7 +94,7 @@ std::set<std::string> namedFiles(const IdentityDocument& document)
         const char* server = json_string_value(json_object_get(entry, "server"));
         const char* type = json_string_value(json_object_get(entry, "certType"));
         if (server && type)
-            names.insert(std::string("token.") + type + "." + server);
+            names.insert(tokenFileName(type, server));
     }
     return names;
 }
@@ -104,7 +104,7 @@ std::set<std::string> namedFiles(const IdentityDocument& document)
 void removeFilesBeyond(const std::set<std::string>& kept, std::set<std::string> former)
 {
     for (const std::string& name : listDirectory(TQ_IDENTITY_DIR)) {
-        if (isGenerationFile(name) || startsWithOneOf(name, TOKEN_BEGINNINGS))
+        if (isGenerationFile(name) || isTokenFile(name))
             former.insert(name);
     }
     for (const std::string& name : former) {
@@ -162,7 +162,7 @@ int writeDocument(const IdentityDocument& document, std::string* cause)
     const JsonText text(json_dumps(document.json.get(), JSON_INDENT(2)));
     if (!text)
         return outOfMemory(cause);
-    if (!replaceFile(TQ_IDENTITY_STORE_FILE, std::string(text.get()) + "\n", FILE_MODE, CONTEXT))
+    if (!replaceFile(TQ_IDENTITY_STORE_FILE, std::string(text.get()) + "\n", FILE_MODE, IDENTITY_CONTEXT))
         return writeFailure(TQ_IDENTITY_STORE_FILE, cause);
     return EC_success;
 }
@@ -184,7 +184,7 @@ int writePem(const Identity& identity, const IdentityPem& pem, std::string* caus
         {files.caCertificates, pem.caCertificates},
     };
     for (const auto& [path, text] : contents) {
-        if (!replaceFile(path, text, FILE_MODE, CONTEXT))
+        if (!replaceFile(path, text, FILE_MODE, IDENTITY_CONTEXT))
             return writeFailure(path, cause);
     }
     return EC_success;
@@ -286,7 +286,7 @@ int tryIdentityStore(const std::string& server, cert_type certType, std::string*
         return status;
     nameFiles(tried);
     const std::string path = inStore(tried.privateKey);
-    if (!replaceFile(path, std::string(TRIAL_BYTES, '\n'), FILE_MODE, CONTEXT))
+    if (!replaceFile(path, std::string(TRIAL_BYTES, '\n'), FILE_MODE, IDENTITY_CONTEXT))
         return writeFailure(path, cause);
     return unlink(path.c_str()) == 0 ? EC_success : removalFailure(path, cause);
 }
@@ -306,8 +306,8 @@ int saveIdentity(const Identity& identity, const IdentityPem& pem, Identity* sto
     const std::set<std::string> before = namedFiles(store.document);
     const std::size_t place = takeOut(store.document, added.server, added.certType)
                                   .value_or(json_array_size(identityArray(store.document)));
-    std::set<std::string> after =
-        namedFiles(store.document); // an old token, though of the same name, is not kept
+    // An old token, though of the same name, is not kept.
+    std::set<std::string> after = namedFiles(store.document);
     after.insert({added.certificate, added.privateKey, added.caCertificates});
     if (const int status = writeIdentity(store.document, place, added, pem, cause); status != EC_success) {
         removeFilesBeyond(before, before);

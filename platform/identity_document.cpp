@@ -4,7 +4,6 @@
 
 #include <cstring>
 #include <iterator>
-#include <optional>
 #include <strings.h>
 #include <utility>
 
@@ -226,6 +225,11 @@ const char* identityFileFault(std::string_view name)
     if (name == "." || name == ".." || name == "identity.json" || name == "identity.lock")
         return "it is no file of an identity";
     return nullptr;
+}
+
+std::string tokenFileName(const std::string& certType, const std::string& server)
+{
+    return std::string(TOKEN_PREFIX) + certType + "." + server;
 }
 
 } // namespace tq

@@ -10,6 +10,9 @@
 
 namespace tq {
 
+/// Log context of all that concerns the store.
+inline constexpr const char* IDENTITY_CONTEXT = "identityStore";
+
 /// A parsed store. `json` is the whole document, so that a change keeps what it does not know.
 struct IdentityDocument {
     JsonRef json;
@@ -35,6 +38,12 @@ bool isIdentityEntry(const json_t* entry, const std::string& server, cert_type c
 
 /// Why a name may not stand in the store as one of an identity's files; null for a good one.
 const char* identityFileFault(std::string_view name);
+
+/// What the file names of tokens begin with.
+inline constexpr std::string_view TOKEN_PREFIX = "token.";
+
+/// Name of the file with the token for a type, in the store's word, and a server.
+std::string tokenFileName(const std::string& certType, const std::string& server);
 
 /// Reads the store from disk, with all checks of loadIdentityStore. Returns 0, 7610 or 7611.
 int readIdentityDocument(IdentityDocument& document, std::string* cause);

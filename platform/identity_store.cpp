@@ -18,8 +18,6 @@
 namespace tq {
 namespace {
 
-constexpr const char* CONTEXT = "identityStore";
-
 /// Why a directory or file is not this user's alone; an empty text when it is.
 std::string ownerFault(const struct stat& status)
 {
@@ -68,7 +66,7 @@ int readStoreText(std::string& text, std::string* cause)
 
 int identityFailure(int status, const std::string& words, std::string* cause)
 {
-    LogLine(LogLevel::error, CONTEXT) << words;
+    LogLine(LogLevel::error, IDENTITY_CONTEXT) << words;
     if (cause)
         *cause = words;
     return status;
@@ -101,7 +99,7 @@ int readIdentityDocument(IdentityDocument& document, std::string* cause)
         return identityFailure(EC_identity_store_damaged, std::string(TQ_IDENTITY_STORE_FILE) + ": " + fault,
                                cause);
     for (const std::string& entry : document.leftOut)
-        LogLine(LogLevel::error, CONTEXT) << TQ_IDENTITY_STORE_FILE << ": " << entry;
+        LogLine(LogLevel::error, IDENTITY_CONTEXT) << TQ_IDENTITY_STORE_FILE << ": " << entry;
     return EC_success;
 }
 
@@ -140,7 +138,7 @@ IdentityFiles identityFiles(const Identity& identity)
     const std::string directory = std::string(TQ_IDENTITY_DIR) + "/";
     return {directory + identity.certificate, directory + identity.privateKey,
             directory + identity.caCertificates,
-            directory + "token." + certTypeName(identity.certType) + "." + identity.server};
+            directory + tokenFileName(certTypeName(identity.certType), identity.server)};
 }
 
 const char* certTypeName(cert_type certType)

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 
 namespace tq {
 
@@ -14,5 +15,8 @@ std::string randomBytes(std::size_t count);
 
 /// `bytes` random bytes as lower-case hexadecimal digits, two a byte.
 std::string randomHex(std::size_t bytes);
+
+/// Whether a text is what randomHex(bytes) gives.
+bool isHexText(std::string_view text, std::size_t bytes);
 
 } // namespace tq

@@ -28,8 +28,7 @@ std::optional<pid_t> processOfName(std::string_view name, std::string_view prefi
     if (number.ec != std::errc() || process <= 0 || number.ptr == end || *number.ptr != '.')
         return std::nullopt;
     const std::string_view digits(number.ptr + 1, static_cast<std::size_t>(end - number.ptr - 1));
-    if (digits.size() != 2 * RANDOM_BYTES ||
-        digits.find_first_not_of("0123456789abcdef") != std::string_view::npos)
+    if (!isHexText(digits, RANDOM_BYTES))
         return std::nullopt;
     return process;
 }
