@@ -6,9 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <fcntl.h>
-#include <unistd.h>
 
 namespace tq {
 
@@ -35,24 +33,6 @@ std::optional<AccessToken> parseToken(std::string_view text, const char* timeKey
     if (!isTokenText(parsed.text))
         return std::nullopt;
     return parsed;
-}
-
-/// Up to one byte more than a token file may have, so that a larger one shows; absent with errno set.
-std::optional<std::string> readBounded(int descriptor)
-{
-    std::string text(TOKEN_TEXT_MAX_BYTES + 1, '\0');
-    std::size_t length = 0;
-    while (length < text.size()) {
-        const ssize_t count = read(descriptor, text.data() + length, text.size() - length);
-        if (count == 0)
-            break;
-        if (count > 0)
-            length += static_cast<std::size_t>(count);
-        else if (errno != EINTR)
-            return std::nullopt;
-    }
-    text.resize(length);
-    return text;
 }
 
 } // namespace
@@ -91,13 +71,13 @@ std::optional<AccessToken> readToken(const std::string& path)
     const FileDescriptor file = openOwnFile(path, O_RDONLY, 0, CONTEXT);
     if (!file)
         return std::nullopt;
-    const std::optional<std::string> text = readBounded(file.get());
-    if (!text) {
+    const std::optional<std::string> text = readRest(file.get(), TOKEN_TEXT_MAX_BYTES);
+    if (!text && errno != EFBIG) { // what is too large is damaged
         LogLine(LogLevel::warning, CONTEXT)
-            << "Token file " << path << " cannot be read and counts as absent: " << std::strerror(errno);
+            << "Token file " << path << " cannot be read and counts as absent: " << errorText(errno);
         return std::nullopt;
     }
-    std::optional<AccessToken> token = parseTokenFile(*text);
+    std::optional<AccessToken> token = text ? parseTokenFile(*text) : std::nullopt;
     if (!token)
         LogLine(LogLevel::warning, CONTEXT) << "Token file " << path << " is damaged and counts as absent";
     return token;
