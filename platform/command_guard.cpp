@@ -1,4 +1,5 @@
 #include "platform/debuglog.h"
+#include "platform/file_io.h"
 #include "platform/process.h"
 #include "platform/process_tree.h"
 #include "platform/running_command.h"
@@ -6,7 +7,6 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
-#include <cstring>
 #include <ctime>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -87,7 +87,7 @@ void armTimer(const char* context)
     running.hasTimer = timer_create(CLOCK_MONOTONIC, &event, &running.timer) == 0;
     if (!running.hasTimer) {
         LogLine(LogLevel::warning, context)
-            << "external command runs without a time limit: " << std::strerror(errno);
+            << "external command runs without a time limit: " << errorText(errno);
     }
     setTimer(LIMIT_SECONDS, 0);
 }
@@ -183,11 +183,6 @@ int ExternalCommandGuard::ended(int rawStatus)
         return rawStatus;
     running.limitMet = LIMIT_OUTPUT;
     return SIGXFSZ; // the raw status of a death by a signal is its number
-}
-
-bool ExternalCommandGuard::timedOut() const
-{
-    return active_ && running.limitMet == LIMIT_TIME;
 }
 
 bool ExternalCommandGuard::cutShort() const

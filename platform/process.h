@@ -50,9 +50,6 @@ public:
     /// time limit. Not needed for a pipe.
     int ended(int rawStatus);
 
-    /// Whether the time limit ended the command.
-    [[nodiscard]] bool timedOut() const;
-
     /// Whether either limit ended the command: what it printed is not all that it had to say.
     [[nodiscard]] bool cutShort() const;
 
