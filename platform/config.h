@@ -30,8 +30,8 @@ struct TQMasterConfig {
 /// How ReadHostConfigExA reads: from this host's own file, asking no other host.
 inline constexpr int TQ_CONFIG_LOCAL_ONLY = 1;
 
-/// Reads /usr/torqv/torquenix/kx.conf into `config`. The four integers after it are the product's own and
-/// are 0 here. Refused server names are left out, each with a level-16 entry.
+/// Reads /usr/torqv/torquenix/kx.conf into `config`. The three integers after it are the product's own
+/// and are 0 here. Refused server names are left out, each with a level-16 entry.
 /// Returns 0; 12 when the file cannot be opened; 13 when it cannot be read or is larger than 1 MiB; 20 for
 /// another mode. The log names the cause of 12 and 13 (level 16), and each line that is skipped as damaged
 /// (level 8). Who owns the file and who may write it is the installation's business and not looked at.

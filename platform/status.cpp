@@ -3,9 +3,7 @@
 #include "platform/paths.h"
 
 #include <algorithm>
-#include <array>
 #include <clocale>
-#include <cstdio>
 #include <cstdlib>
 #include <iterator>
 #include <libintl.h>
