@@ -19,7 +19,6 @@
 #include <cerrno>
 #include <clocale>
 #include <cstdint>
-#include <cstring>
 #include <iostream>
 #include <sstream>
 #include <string>
@@ -133,7 +132,7 @@ void resolveMasterServer(std::ostringstream& messages)
 {
     if (failure.responseBody().empty()) {
         std::cerr << "Unknown webservice exception encountered\n";
-        CmdExit(EC_no_installed_version);
+        CmdExit(WEB_FAILURE_WITHOUT_CODE);
     }
     const std::int32_t code = failure.getTquErrorCode();
     LogLine(LogLevel::progress, progname)
@@ -172,9 +171,8 @@ void flushStandardOutput()
     std::cout.flush();
     const int cause = errno; // 0 when an earlier write has failed already
     if (!std::cout)
-        LogLine(LogLevel::warning, progname)
-            << "Unable to write to standard output" << (cause != 0 ? ": " : "")
-            << (cause != 0 ? std::strerror(cause) : "") << '\n';
+        LogLine(LogLevel::warning, progname) << "Unable to write to standard output"
+                                             << (cause != 0 ? ": " + tq::errorText(cause) : "") << '\n';
 }
 
 } // namespace

@@ -15,7 +15,6 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
 #include <fcntl.h>
 #include <memory>
 #include <optional>
@@ -125,7 +124,7 @@ void writeStatusFile(const std::string& path, int status)
         << "Writing HostDB update status:" << status << " to file :" << path << '\n';
     if (!tq::writeAll(file.get(), std::to_string(status) + '\n') || close(file.release()) != 0)
         LogLine(LogLevel::error, CONTEXT)
-            << "Unable to write file: " << path << ": " << std::strerror(errno) << '\n';
+            << "Unable to write file: " << path << ": " << tq::errorText(errno) << '\n';
 }
 
 void removeStatusFile(const std::string& path)

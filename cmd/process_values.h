@@ -1,4 +1,4 @@
-/// Values of the process that are set once at start and read by every operation of the command.
+/// Values of the process that are set once at start, for every operation of the command to read.
 #pragma once
 
 #include <cstddef>
@@ -17,10 +17,11 @@ extern std::string CmdName;
 /// The master server that the operations on one server talk to; empty until it is resolved.
 extern std::string MasterServer;
 
-/// Descriptor of the debug log; negative when none is open.
+/// Descriptor of the debug log; negative when none is open. Only the start-up looks at it.
 extern int debugFD;
 
-/// The locale's name by category; `lc_messages` chooses the language of status texts.
+/// The locale's name by category; `lc_messages` chooses the language of status texts, the others are not
+/// looked at by this build.
 extern char lc_messages[LOCALE_NAME_SIZE];
 extern char lc_ctype[LOCALE_NAME_SIZE];
 extern char lc_time[LOCALE_NAME_SIZE];

@@ -1,13 +1,12 @@
 #include "hostdb/error_body.h"
 
 #include "platform/json.h"
-#include "platform/status.h"
 
 namespace TQCLNTDB {
 
 ErrorBody readErrorBody(const std::string& body)
 {
-    ErrorBody result{EC_no_installed_version, "Error parsing response body"};
+    ErrorBody result{WEB_FAILURE_WITHOUT_CODE, "Error parsing response body"};
     const tq::JsonRef document(json_loadb(body.data(), body.size(), 0, nullptr));
 
     if (const json_t* code = json_object_get(document.get(), "errorCode"); json_is_integer(code))

@@ -22,6 +22,19 @@ const json_t* recordAt(const json_t* records, const char* key, std::size_t rec, 
     return nullptr;
 }
 
+/// The array under a key of a record. Null, after one entry, when there is none.
+json_t* arrayAt(const json_t* records, const char* key, std::size_t rec, const char* context)
+{
+    const json_t* record = recordAt(records, key, rec, context);
+    if (!record)
+        return nullptr;
+    json_t* array = json_object_get(record, key);
+    if (json_is_array(array))
+        return array;
+    logKey(LogLevel::error, context, "Invalid JSON array for key and rec num:", key, rec);
+    return nullptr;
+}
+
 } // namespace
 
 JSONConverter::JSONConverter() : m_json(json_object()) {}
@@ -148,14 +161,9 @@ bool JSONConverter::GetBooleanValue(bool& out, const char* key, std::size_t rec)
 bool JSONConverter::GetObjectValue(std::vector<std::string>& out, const char* key, std::size_t rec)
 {
     constexpr const char* CONTEXT = "JSONConverter::GetObjectValue";
-    const json_t* record = recordAt(m_json, key, rec, CONTEXT);
-    if (!record)
+    const json_t* array = arrayAt(m_json, key, rec, CONTEXT);
+    if (!array)
         return false;
-    const json_t* array = json_object_get(record, key);
-    if (!json_is_array(array)) {
-        logKey(LogLevel::error, CONTEXT, "Invalid JSON array for key and rec num:", key, rec);
-        return false;
-    }
     for (std::size_t i = 0; i < json_array_size(array); ++i) {
         const char* text = json_string_value(json_array_get(array, i));
         if (!text)
@@ -168,14 +176,9 @@ bool JSONConverter::GetObjectValue(std::vector<std::string>& out, const char* ke
 bool JSONConverter::GetObject(const char* key, std::size_t rec)
 {
     constexpr const char* CONTEXT = "JSONConverter::GetObject";
-    const json_t* record = recordAt(m_json, key, rec, CONTEXT);
-    if (!record)
+    json_t* array = arrayAt(m_json, key, rec, CONTEXT);
+    if (!array)
         return false;
-    json_t* array = json_object_get(record, key);
-    if (!json_is_array(array)) {
-        logKey(LogLevel::error, CONTEXT, "Invalid JSON array for key and rec num:", key, rec);
-        return false;
-    }
     // Borrowed, without a reference: the document around it keeps its own pointer to the array and is never
     // released, or the array would be freed twice.
     m_json = array;

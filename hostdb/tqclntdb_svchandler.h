@@ -43,7 +43,8 @@ public:
     /// nothing and is no failure.
     int getAllHosts(std::vector<CHostInformation>& list);
 
-    /// Loads this host's record afresh and sends it as a new one. HTTP success is 201.
+    /// Loads this host's record afresh and sends it as a new one. HTTP success is 201. Not called by
+    /// this build.
     int insertRecord();
 
     /// Loads this host's record afresh and, unless it equals the last one sent and `force` is false, sends

@@ -1,7 +1,6 @@
 #include "hostdb/web_service_exception.h"
 
 #include "hostdb/error_body.h"
-#include "platform/status.h"
 
 #include <utility>
 
@@ -22,7 +21,7 @@ std::int32_t WebServiceException::getTquErrorCode() const noexcept
     try {
         return readErrorBody(responseBody_).errorCode;
     } catch (const std::exception&) { // memory is short: the body says nothing
-        return EC_no_installed_version;
+        return WEB_FAILURE_WITHOUT_CODE;
     }
 }
 

@@ -21,7 +21,7 @@ public:
     /// Body of the failed response, as received.
     const std::string& responseBody() const { return responseBody_; }
 
-    /// The body's integer member "errorCode", or 7500. Never throws.
+    /// The body's integer member "errorCode", or WEB_FAILURE_WITHOUT_CODE (7500). Never throws.
     std::int32_t getTquErrorCode() const noexcept;
 
 private:
