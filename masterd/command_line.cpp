@@ -1,5 +1,6 @@
 #include "masterd/command_line.h"
 
+#include "masterd/command_failure.h"
 #include "masterd/commands.h"
 #include "masterd/names.h"
 #include "platform/paths.h"

@@ -1,6 +1,7 @@
 #include "masterd/commands.h"
 
 #include "masterd/clock.h"
+#include "masterd/command_failure.h"
 #include "masterd/master_service.h"
 #include "masterd/store.h"
 

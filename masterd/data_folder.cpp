@@ -1,5 +1,6 @@
 #include "masterd/data_folder.h"
 
+#include "masterd/command_failure.h"
 #include "masterd/settings.h"
 #include "masterd/store.h"
 #include "platform/file_io.h"
@@ -18,8 +19,6 @@ constexpr mode_t FOLDER_MODE = 0700;
 constexpr mode_t FILE_MODE = 0600;
 constexpr std::size_t PEM_MAX_BYTES = std::size_t{1} << 20;
 constexpr const char* CONTEXT = "initDataFolder";
-/// What tq::replaceFile's names begin with until they are the file's.
-constexpr const char* UNFINISHED_PREFIX = ".tq-new.";
 
 /// `words` turns errno into text.
 [[noreturn]] void failOn(const std::string& action, const std::string& path,
@@ -98,7 +97,7 @@ bool DataFolder::isOwnName(const std::string& name) const
         if (path == own)
             return true;
     }
-    return name.rfind(UNFINISHED_PREFIX, 0) == 0;
+    return name.starts_with(tq::TEMPORARY_PREFIX);
 }
 
 DataFolderHold::DataFolderHold(const DataFolder& folder) : lock_(folder.lockFile(), 1, 0)
@@ -144,8 +143,7 @@ Authority initDataFolder(const DataFolder& folder, const std::vector<std::string
 
 KeyAndCertificate loadKeyAndCertificate(const std::string& path)
 {
-    bool readFailed = false;
-    const std::optional<std::string> text = tq::readFile(path, PEM_MAX_BYTES, &readFailed);
+    const std::optional<std::string> text = tq::readFile(path, PEM_MAX_BYTES, nullptr);
     if (!text)
         failOn("read", path, tq::fileFault);
     try {

@@ -1,5 +1,7 @@
 #include "masterd/master_service.h"
 
+#include "masterd/command_failure.h"
+
 #include <cstdio>
 
 namespace masterd {

@@ -1,6 +1,7 @@
 #include "masterd/command_line.h"
 
 #include "masterd/clock.h"
+#include "masterd/command_failure.h"
 #include "masterd/data_folder.h"
 #include "masterd/store.h"
 #include "platform/paths.h"

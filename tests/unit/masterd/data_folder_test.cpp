@@ -1,4 +1,6 @@
 #include "masterd/data_folder.h"
+
+#include "masterd/command_failure.h"
 #include "masterd/store.h"
 #include "tests/unit/masterd/failing_calls.h"
 #include "tests/unit/scratch_directory.h"

@@ -1,5 +1,6 @@
 // The running service, over TLS: its handshake, its requests end to end, its end.
 #include "masterd/clock.h"
+#include "masterd/command_failure.h"
 #include "tests/fakes/tls/test_pki.h"
 #include "tests/unit/masterd/raw_tls_client.h"
 #include "tests/unit/masterd/running_service.h"
