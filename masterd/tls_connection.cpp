@@ -12,7 +12,6 @@
 #include <openssl/err.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 #include <utility>
 
 namespace masterd {
@@ -74,16 +73,15 @@ TlsConnection::TlsConnection(SSL_CTX& context, int socket, int stopEvent, const 
 {
     // The end of a reply shall not wait for the receipt of what went before it.
     const int on = 1;
-    setsockopt(socket_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-    readAddress(socket_, getpeername, peerAddress_, peerPort_); // once it has gone there is no answer
-    if (ssl_ && !attachSocket(*ssl_, socket_))
+    setsockopt(socket_.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    readAddress(socket_.get(), getpeername, peerAddress_, peerPort_); // once it has gone there is no answer
+    if (ssl_ && !attachSocket(*ssl_, socket_.get()))
         ssl_.reset();
 }
 
 TlsConnection::~TlsConnection()
 {
     sayGoodbye();
-    close(socket_);
 }
 
 void TlsConnection::sayGoodbye()
@@ -100,7 +98,7 @@ bool TlsConnection::waitFor(short events, Clock::time_point deadline, bool stopp
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
         if (left <= 0)
             return false;
-        std::array<pollfd, 2> waited{{{socket_, events, 0}, {stoppable ? stopEvent_ : -1, POLLIN, 0}}};
+        std::array<pollfd, 2> waited{{{socket_.get(), events, 0}, {stoppable ? stopEvent_ : -1, POLLIN, 0}}};
         const int ready = poll(waited.data(), waited.size(), static_cast<int>(std::min<long>(left, INT_MAX)));
         if (ready < 0 && errno != EINTR)
             return false;
@@ -234,10 +232,10 @@ bool TlsConnection::finishReply(bool isLast)
 
 void TlsConnection::finishReading()
 {
-    shutdown(socket_, SHUT_WR);
+    shutdown(socket_.get(), SHUT_WR);
     const Clock::time_point deadline = Clock::now() + LAST_READING;
     while (waitFor(POLLIN, deadline, true)) {
-        const ssize_t got = recv(socket_, buffer_.data(), buffer_.size(), 0);
+        const ssize_t got = recv(socket_.get(), buffer_.data(), buffer_.size(), 0);
         if (got == 0 || (got < 0 && errno != EAGAIN && errno != EINTR))
             return;
     }
@@ -266,7 +264,7 @@ void TlsConnection::get_remote_ip_and_port(std::string& ip, int& port) const
 
 void TlsConnection::get_local_ip_and_port(std::string& ip, int& port) const
 {
-    readAddress(socket_, getsockname, ip, port);
+    readAddress(socket_.get(), getsockname, ip, port);
 }
 
 } // namespace masterd

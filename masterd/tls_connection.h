@@ -2,6 +2,7 @@
 #pragma once
 
 #include "masterd/request_framing.h"
+#include "platform/file_io.h"
 
 #include <array>
 #include <chrono>
@@ -69,7 +70,7 @@ public:
     ssize_t write(const char* data, std::size_t size) override;
     void get_remote_ip_and_port(std::string& ip, int& port) const override;
     void get_local_ip_and_port(std::string& ip, int& port) const override;
-    [[nodiscard]] int socket() const override { return socket_; }
+    [[nodiscard]] int socket() const override { return socket_.get(); }
 
 private:
     using Clock = std::chrono::steady_clock;
@@ -87,7 +88,7 @@ private:
     bool check(std::string_view bytes);
     [[nodiscard]] Clock::time_point writeDeadline() const;
 
-    int socket_;
+    tq::FileDescriptor socket_; ///< first of all: it is closed whatever fails after it
     int stopEvent_;
     const ConnectionLimits& limits_;
     std::unique_ptr<SSL, SslRelease> ssl_;
