@@ -1,7 +1,5 @@
 #include "masterd/host_record.h"
 
-#include "platform/json.h"
-
 #include <algorithm>
 #include <array>
 #include <cstring>
@@ -83,14 +81,25 @@ void setKey(json_t& object, const char* key, json_t* newValue)
 
 } // namespace
 
-ComposedRecord composeHostRecord(std::string_view body, const Identity& identity)
+tq::JsonRef parseBodyObject(std::string_view body, std::string& fault)
 {
     json_error_t error{};
-    const tq::JsonRef document(json_loadb(body.data(), body.size(), 0, &error));
+    tq::JsonRef document(json_loadb(body.data(), body.size(), 0, &error));
     if (!document)
-        return {"", "the body is not JSON: " + std::string(error.text)};
-    if (!json_is_object(document.get()))
-        return {"", "the body is not a JSON object"};
+        fault = "the body is not JSON: " + std::string(error.text);
+    else if (!json_is_object(document.get()))
+        fault = "the body is not a JSON object";
+    else
+        return document;
+    return nullptr;
+}
+
+ComposedRecord composeHostRecord(std::string_view body, const Identity& identity)
+{
+    std::string bodyFault;
+    const tq::JsonRef document = parseBodyObject(body, bodyFault);
+    if (!document)
+        return {"", bodyFault};
 
     const tq::JsonRef record(json_object());
     setKey(*record, "uuid", json_string(identity.hostId.c_str()));

@@ -2,11 +2,15 @@
 #pragma once
 
 #include "masterd/identity.h"
+#include "platform/json.h"
 
 #include <string>
 #include <string_view>
 
 namespace masterd {
+
+/// A request's body as a JSON object. Null for anything else, with why not in `fault`: short English text.
+tq::JsonRef parseBodyObject(std::string_view body, std::string& fault);
 
 /// A record to store, or why the body is refused.
 struct ComposedRecord {

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <optional>
 #include <poll.h>
 #include <stdexcept>
 #include <sys/eventfd.h>

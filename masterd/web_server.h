@@ -9,7 +9,6 @@
 
 #include <atomic>
 #include <httplib.h>
-#include <optional>
 #include <string>
 
 namespace masterd {

@@ -10,6 +10,7 @@
 #include <array>
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 
 namespace masterd {
@@ -26,6 +27,12 @@ struct Refusal {
     int status;
     std::string message;
 };
+
+/// What a change comes to when the identity was revoked after it was looked up.
+Refusal revoked()
+{
+    return {403, "the certificate's identity has been revoked"};
+}
 
 /// A JSON library's message may end inside a character, and a text that is not UTF-8 cannot be JSON.
 std::string asciiOnly(std::string text)
@@ -47,16 +54,13 @@ std::string dumpObject(json_t* object)
     return text.get();
 }
 
-/// A request body that must be a JSON object.
-tq::JsonRef parseObject(const std::string& body)
+tq::JsonRef requireObject(const std::string& body)
 {
-    json_error_t error{};
-    tq::JsonRef document(json_loadb(body.data(), body.size(), 0, &error));
-    if (!document)
-        throw Refusal{400, "the body is not JSON: " + std::string(error.text)};
-    if (!json_is_object(document.get()))
-        throw Refusal{400, "the body is not a JSON object"};
-    return document;
+    std::string fault;
+    tq::JsonRef object = parseBodyObject(body, fault);
+    if (!object)
+        throw Refusal{400, fault};
+    return object;
 }
 
 std::string requireString(const json_t& object, const char* key)
@@ -75,6 +79,15 @@ tq::CertificateRequest requireCertificateRequest(const std::string& pem)
     if (const char* fault = certificateRequestFault(*request); fault != nullptr)
         throw Refusal{400, "the certificate request is refused: " + std::string(fault)};
     return request;
+}
+
+/// The record to store for an identity.
+std::string requireHostRecord(const std::string& body, const Identity& identity)
+{
+    ComposedRecord record = composeHostRecord(body, identity);
+    if (!record.fault.empty())
+        throw Refusal{400, record.fault};
+    return std::move(record.text);
 }
 
 /// Whether the segments are those of a route's path; "*" stands for one that is not empty.
@@ -228,7 +241,7 @@ void WebService::checkToken(const WebRequest& request, const Identity& identity)
 WebReply WebService::enroll(const Call& call)
 {
     static const Refusal NO_INVITATION{403, "the invitation is unknown, used or expired"};
-    const tq::JsonRef body = parseObject(call.request.body);
+    const tq::JsonRef body = requireObject(call.request.body);
     const std::optional<Secret> invitation = parseSecret(requireString(*body, "invitation"));
     const std::string requestPem = requireString(*body, "certificateRequest");
     std::optional<Identity> identity =
@@ -245,7 +258,7 @@ WebReply WebService::enroll(const Call& call)
 
 WebReply WebService::renew(const Call& call)
 {
-    const tq::JsonRef body = parseObject(call.request.body);
+    const tq::JsonRef body = requireObject(call.request.body);
     const tq::CertificateRequest request =
         requireCertificateRequest(requireString(*body, "certificateRequest"));
     return issued(200, *request, call.identity);
@@ -266,7 +279,7 @@ WebReply WebService::issued(int status, X509_REQ& request, const Identity& ident
 WebReply WebService::issueToken(const Call& call)
 {
     if (!call.request.body.empty())
-        parseObject(call.request.body);
+        requireObject(call.request.body);
     const std::int64_t lifetime = settings_.current().tokenLifetimeSeconds;
     const std::int64_t now = unixNow();
     const std::string token = store_.issueToken(call.identity.hostId, now, now + lifetime).text();
@@ -320,18 +333,16 @@ WebReply WebService::listAllHosts()
 
 WebReply WebService::addHost(const Call& call)
 {
-    ComposedRecord record = composeHostRecord(call.request.body, call.identity);
-    if (!record.fault.empty())
-        throw Refusal{400, record.fault};
-    switch (store_.addHost(call.identity, record.text)) {
+    std::string record = requireHostRecord(call.request.body, call.identity);
+    switch (store_.addHost(call.identity, record)) {
     case Store::Stored::exists:
         throw Refusal{409, "this host has a record already"};
     case Store::Stored::noIdentity:
-        throw Refusal{403, "the certificate's identity has been revoked"};
+        throw revoked();
     case Store::Stored::done:
         break;
     }
-    return {201, std::move(record.text), ""};
+    return {201, std::move(record), ""};
 }
 
 WebReply WebService::readHost(const Call& call)
@@ -344,12 +355,10 @@ WebReply WebService::readHost(const Call& call)
 
 WebReply WebService::putHost(const Call& call)
 {
-    ComposedRecord record = composeHostRecord(call.request.body, call.identity);
-    if (!record.fault.empty())
-        throw Refusal{400, record.fault};
-    if (store_.putHost(call.identity, record.text) != Store::Stored::done)
-        throw Refusal{403, "the certificate's identity has been revoked"};
-    return {200, std::move(record.text), ""};
+    std::string record = requireHostRecord(call.request.body, call.identity);
+    if (store_.putHost(call.identity, record) != Store::Stored::done)
+        throw revoked();
+    return {200, std::move(record), ""};
 }
 
 WebReply WebService::deleteHost(const Call& call)

@@ -7,7 +7,6 @@
 #include "masterd/store.h"
 
 #include <functional>
-#include <optional>
 #include <string>
 
 namespace masterd {
