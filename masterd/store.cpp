@@ -11,6 +11,7 @@ namespace masterd {
 namespace {
 
 constexpr std::int64_t SCHEMA_VERSION = 1;
+constexpr const char* OTHER_VERSION = "it is not a host database of this release";
 
 /// Rows of identity stay for ever: a host id is never given twice, and a revoked one stays known as such.
 constexpr const char* SCHEMA = R"(
@@ -31,7 +32,6 @@ CREATE TABLE IF NOT EXISTS host (
     host_id TEXT PRIMARY KEY REFERENCES identity (host_id), host_name TEXT NOT NULL,
     record TEXT NOT NULL) STRICT;
 CREATE INDEX IF NOT EXISTS host_by_name ON host (host_name, host_id);
-PRAGMA user_version = 1;
 )";
 
 const char* toText(IdentityType type)
@@ -66,7 +66,7 @@ Database openDatabase(const std::string& path)
     Database database(path);
     setDurable(database);
     if (readSchemaVersion(database) != SCHEMA_VERSION)
-        throw SqliteError("it is not a host database of this release");
+        throw SqliteError(OTHER_VERSION);
     return database;
 }
 
@@ -116,8 +116,9 @@ void Store::create(const std::string& path)
     Transaction transaction(database);
     const std::int64_t version = readSchemaVersion(database);
     if (version != 0 && version != SCHEMA_VERSION)
-        throw SqliteError("it is not a host database of this release");
+        throw SqliteError(OTHER_VERSION);
     database.execute(SCHEMA);
+    database.execute(("PRAGMA user_version = " + std::to_string(SCHEMA_VERSION)).c_str());
     transaction.commit();
 }
 
