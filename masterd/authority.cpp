@@ -2,6 +2,7 @@
 
 #include "masterd/clock.h"
 #include "masterd/names.h"
+#include "platform/net.h"
 
 #include <algorithm>
 #include <array>
@@ -220,7 +221,7 @@ KeyAndCertificate Authority::issueServerCertificate(const std::vector<std::strin
     const std::unique_ptr<GENERAL_NAMES, Release> alternativeNames(GENERAL_NAMES_new());
     require(alternativeNames != nullptr, "alternative names");
     for (const std::string& name : names) {
-        if (isIpAddress(name))
+        if (knet_is_ip_string(name.c_str()))
             addName(*alternativeNames, GEN_IPADD, a2i_IPADDRESS(name.c_str()));
         else
             addName(*alternativeNames, GEN_DNS, nameText(name));

@@ -3,6 +3,7 @@
 #include "masterd/command_failure.h"
 #include "masterd/commands.h"
 #include "masterd/names.h"
+#include "platform/net.h"
 #include "platform/paths.h"
 #include "platform/release.h"
 
@@ -37,7 +38,7 @@ std::string hostNameFault(std::string& name)
 
 std::string serverNameFault(std::string& name)
 {
-    return isHostName(name) || isIpAddress(name)
+    return isHostName(name) || knet_is_ip_string(name.c_str())
                ? ""
                : "\"" + name + "\" is neither a host name nor an IP address";
 }

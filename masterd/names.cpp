@@ -1,7 +1,6 @@
 #include "masterd/names.h"
 
 #include <algorithm>
-#include <arpa/inet.h>
 
 namespace masterd {
 
@@ -26,13 +25,6 @@ bool isHostName(std::string_view name)
 {
     return !name.empty() && name.size() <= HOST_NAME_MAX_BYTES && isEdgeCharacter(name.front()) &&
            isEdgeCharacter(name.back()) && std::all_of(name.begin(), name.end(), isInnerCharacter);
-}
-
-bool isIpAddress(const std::string& text)
-{
-    in6_addr address{};
-    return inet_pton(AF_INET, text.c_str(), &address) == 1 ||
-           inet_pton(AF_INET6, text.c_str(), &address) == 1;
 }
 
 } // namespace masterd

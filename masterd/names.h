@@ -1,7 +1,6 @@
 /// Names that the authority writes into certificates.
 #pragma once
 
-#include <string>
 #include <string_view>
 
 namespace masterd {
@@ -9,8 +8,5 @@ namespace masterd {
 /// Whether a text can be a host's name: 1 to 253 letters, digits, "-", "_" and ".", beginning and ending
 /// with a letter, a digit or "_".
 bool isHostName(std::string_view name);
-
-/// Whether a text is an IPv4 or IPv6 address.
-bool isIpAddress(const std::string& text);
 
 } // namespace masterd
