@@ -143,11 +143,6 @@ std::int64_t Query::number(int column) const
     return sqlite3_column_int64(statement_, column);
 }
 
-bool Query::isNull(int column) const
-{
-    return sqlite3_column_type(statement_, column) == SQLITE_NULL;
-}
-
 void Query::check(int result) const
 {
     if (result != SQLITE_OK)

@@ -78,7 +78,6 @@ public:
     /// The same without a copy, for as long as the query stays at this row.
     [[nodiscard]] std::string_view view(int column) const;
     [[nodiscard]] std::int64_t number(int column) const;
-    [[nodiscard]] bool isNull(int column) const;
 
 private:
     void check(int result) const;
