@@ -2,11 +2,11 @@
 
 #include "platform/config.h"
 #include "platform/net.h"
+#include "platform/portable.h"
 
 #include <algorithm>
 #include <array>
 #include <climits>
-#include <cstdlib>
 #include <strings.h>
 #include <unistd.h>
 
@@ -26,9 +26,7 @@ std::string clientName()
     if (TQ_read_master_config() != 0 ||
         kxconfGetKeyValPair(get_master_config_ptr(), "CLIENT_NAME", &value) != 0)
         return "";
-    std::string name = value;
-    std::free(value);
-    return name;
+    return tq::MallocText(value).get();
 }
 
 std::string systemHostName()
@@ -64,14 +62,14 @@ std::vector<std::string> readOwnNames()
     addName(names, clientName());
     const std::string hostName = systemHostName();
     addName(names, hostName);
-    knet_hostent* known = nullptr;
-    if (hostName.empty() || knet_cached_gethostent(hostName.c_str(), &known) != 0)
+    knet_hostent* found = nullptr;
+    if (hostName.empty() || knet_cached_gethostent(hostName.c_str(), &found) != 0)
         return names;
+    const tq::HostEntry known(found);
     for (char** name = known->names; *name != nullptr; ++name) {
         if (!knet_is_ip_string(*name))
             addName(names, *name);
     }
-    knet_free_knet_hostent(known);
     return names;
 }
 

@@ -1,10 +1,8 @@
 #include "hostinfo/tqclntdb_hostinfo.h"
 #include "platform/config.h"
 #include "platform/debuglog.h"
+#include "platform/portable.h"
 #include "utils/tqclntdb_utils_real.h"
-
-#include <cstdlib>
-#include <memory>
 
 namespace TQCLNTDB {
 namespace {
@@ -25,13 +23,6 @@ public:
 private:
     TQHostConfig config_{};
 };
-
-struct ValueTextRelease {
-    void operator()(char* text) const { std::free(text); }
-};
-
-/// A value text of kxconfGetKeyValPair.
-using ValueText = std::unique_ptr<char, ValueTextRelease>;
 
 } // namespace
 
@@ -62,7 +53,7 @@ int CHostInformation::getMachineTquType(std::string& out)
     }
     char* found = nullptr;
     const int absent = kxconfGetKeyValPair(get_master_config_ptr(), MACHINE_TQU_TYPE_KEY, &found);
-    const ValueText value(found);
+    const tq::MallocText value(found);
     if (absent != 0) {
         LogLine(LogLevel::progress, CONTEXT)
             << "No value found for '" << MACHINE_TQU_TYPE_KEY << "' in the Torquenix configuration";

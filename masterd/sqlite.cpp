@@ -1,6 +1,7 @@
 #include "masterd/sqlite.h"
 
 #include "platform/file_io.h"
+#include "platform/portable.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -12,16 +13,12 @@ namespace {
 
 constexpr int BUSY_WAIT_MS = 10000;
 
-struct Release {
-    void operator()(char* text) const { std::free(text); }
-};
-
 /// The same path with no link in the folder's part, so that only one at the file itself is refused.
 std::string withoutLinksBefore(const std::string& path)
 {
     const std::size_t slash = path.rfind('/');
     const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-    const std::unique_ptr<char, Release> resolved(realpath(folder.c_str(), nullptr));
+    const tq::MallocText resolved(realpath(folder.c_str(), nullptr));
     if (!resolved)
         throw SqliteError("cannot look at its folder: " + tq::errorText(errno));
     return std::string(resolved.get()) + '/' + path.substr(slash == std::string::npos ? 0 : slash + 1);

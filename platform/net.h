@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 
 struct addrinfo;
 struct sockaddr;
@@ -36,3 +37,14 @@ bool knet_is_ip_string(const char* text);
 /// first IPv4 address of the host's name with its halves swapped, found by the cached lookup above.
 /// 0 when there is neither.
 long knet_gethostid();
+
+namespace tq {
+
+struct HostEntryRelease {
+    void operator()(knet_hostent* entry) const { knet_free_knet_hostent(entry); }
+};
+
+/// An entry of knet_cached_gethostent.
+using HostEntry = std::unique_ptr<knet_hostent, HostEntryRelease>;
+
+} // namespace tq

@@ -1,8 +1,21 @@
-/// Portable forms of C-library functions.
+/// Portable forms of C-library functions, and an owner for the texts that such functions allocate.
 #pragma once
 
 #include <cstdarg>
 #include <cstddef>
+#include <cstdlib>
+#include <memory>
+
+namespace tq {
+
+struct MallocRelease {
+    void operator()(char* text) const { std::free(text); }
+};
+
+/// A text that is released with free() at the end of its scope.
+using MallocText = std::unique_ptr<char, MallocRelease>;
+
+} // namespace tq
 
 /// A unique path "directory/prefix<pid>.<32 hexadecimal digits>" that the caller releases with free(). The
 /// file is not made; no environment variable moves it. A process's first call removes files of that prefix in

@@ -96,16 +96,13 @@ std::list<std::string> UnixHostInfo::getHostIP() const
 
 std::list<std::string> UnixHostInfo::getHostName() const
 {
-    struct FreeEntry {
-        void operator()(knet_hostent* entry) const { knet_free_knet_hostent(entry); }
-    };
     char hostName[64];
     if (gethostname(hostName, sizeof hostName) != 0)
         return {NULL_MARKER};
     knet_hostent* found = nullptr;
     if (knet_cached_gethostent(hostName, &found) != 0 || !found)
         return {NULL_MARKER};
-    const std::unique_ptr<knet_hostent, FreeEntry> entry(found);
+    const tq::HostEntry entry(found);
 
     std::list<std::string> names;
     for (char** name = entry->names; *name && !knet_is_ip_string(*name); ++name)

@@ -21,10 +21,7 @@ constexpr int SHELL_LINE_SIZE = 2048;
 /// A path for a temporary file, which the shell's redirection will make.
 std::string temporaryPath()
 {
-    struct Free {
-        void operator()(char* text) const { std::free(text); }
-    };
-    const std::unique_ptr<char, Free> path(V_tempnam(TQ_PRODUCT_DIR, "SystemCmd"));
+    const tq::MallocText path(V_tempnam(TQ_PRODUCT_DIR, "SystemCmd"));
     // Without a name the shell line does not parse, so that the command fails like any other.
     return path ? path.get() : "";
 }
