@@ -6,6 +6,7 @@
 #include "hostdb/web_service_exception.h"
 #include "hostinfo/tqclntdb_hostinfo.h"
 #include "platform/debuglog.h"
+#include "platform/http_answer.h"
 #include "platform/httpclient.h"
 #include "platform/paths.h"
 #include "platform/status.h"
@@ -15,10 +16,6 @@
 
 namespace TQCLNTDB {
 namespace {
-
-constexpr std::int64_t HTTP_OK = 200;
-constexpr std::int64_t HTTP_CREATED = 201;
-constexpr std::int64_t HTTP_NO_CONTENT = 204;
 
 void requireHttpStatus(const TQClientCURL& client, std::int64_t expected)
 {
@@ -109,7 +106,7 @@ int CTQHostDBServiceHandler::getHost(CHostInformation& out, const std::string& h
         byName ? resourcePath_ + "?filter=hostName%20eq%20'" + hostName + "'" : ownPath();
     if (const int status = client.Get(path); status != 0)
         return status;
-    requireHttpStatus(client, HTTP_OK);
+    requireHttpStatus(client, tq::HTTP_OK);
 
     const std::string text = wrapped(std::move(client.responseBody));
     const bool found = byName ? readFirstHost(out, text) : out.getHostObj(text) != 0;
@@ -128,7 +125,7 @@ int CTQHostDBServiceHandler::getHostByHostId(CHostInformation& out, const std::s
         LogLine(LogLevel::error, CONTEXT) << "getHostByHostId failed with error : " << status << '\n';
         return status;
     }
-    requireHttpStatus(client, HTTP_OK);
+    requireHttpStatus(client, tq::HTTP_OK);
     if (out.getHostObj(wrapped(std::move(client.responseBody))) == 0) {
         LogLine(LogLevel::error, CONTEXT) << "getHostByHostId, getHostObj returned false : \n";
         return EC_unexpected_reply;
@@ -141,7 +138,7 @@ int CTQHostDBServiceHandler::getAllHosts(std::vector<CHostInformation>& list)
     TQClientCURL client = makeClient();
     if (const int status = client.Get(resourcePath_ + "/"); status != 0)
         return status;
-    requireHttpStatus(client, HTTP_OK);
+    requireHttpStatus(client, tq::HTTP_OK);
 
     const JsonArena arena(client.responseBody.size());
     JSONConverter converter;
@@ -166,7 +163,7 @@ int CTQHostDBServiceHandler::insertRecord()
         return status;
     if (const int status = client.Post(resourcePath_, logRecordText(CONTEXT)); status != 0)
         return status;
-    requireHttpStatus(client, HTTP_CREATED);
+    requireHttpStatus(client, tq::HTTP_CREATED);
     return 0;
 }
 
@@ -183,7 +180,7 @@ int CTQHostDBServiceHandler::updateRecord(bool force)
     }
     if (const int status = client.Put(ownPath(), logRecordText(CONTEXT)); status != 0)
         return status;
-    requireHttpStatus(client, HTTP_OK);
+    requireHttpStatus(client, tq::HTTP_OK);
 
     if (!cache.writeCacheFile(hostInformation_.get()))
         LogLine(LogLevel::error, CONTEXT) << "Unable to write host information in cache file: \n";
@@ -209,7 +206,7 @@ int CTQHostDBServiceHandler::deleteHost()
     TQClientCURL client = makeClient();
     if (const int status = client.Delete(ownPath()); status != 0)
         return status;
-    requireHttpStatus(client, HTTP_NO_CONTENT);
+    requireHttpStatus(client, tq::HTTP_NO_CONTENT);
     return 0;
 }
 
@@ -218,7 +215,7 @@ int CTQHostDBServiceHandler::reloadConfigHost(const std::string& resource)
     TQClientCURL client = makeClient();
     if (const int status = client.Get(resource + "/reloadconfig"); status != 0)
         return status;
-    requireHttpStatus(client, HTTP_OK);
+    requireHttpStatus(client, tq::HTTP_OK);
     return 0;
 }
 

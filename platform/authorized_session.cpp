@@ -12,10 +12,17 @@ namespace {
 
 constexpr const char* TOKEN_PATH = "torquenix/security/tokens";
 constexpr const char* RENEWING = "Renewing the access token";
-constexpr std::int64_t HTTP_CREATED = 201;
-constexpr std::int64_t HTTP_UNAUTHORIZED = 401;
 
 } // namespace
+
+TlsTrust identityTrust(const IdentityFiles& files)
+{
+    TlsTrust trust;
+    trust.authoritiesFile = files.caCertificates;
+    trust.certificateFile = files.certificate;
+    trust.privateKeyFile = files.privateKey;
+    return trust;
+}
 
 AuthorizedSession::AuthorizedSession(std::unique_ptr<HttpTransport> transport, std::string tokenFile)
     : transport_(std::move(transport)), tokenFile_(std::move(tokenFile)), token_(readToken(tokenFile_))

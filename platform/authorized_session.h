@@ -2,6 +2,7 @@
 #pragma once
 
 #include "platform/http_transport.h"
+#include "platform/identity_store.h"
 #include "platform/token_store.h"
 
 #include <cstdint>
@@ -10,6 +11,9 @@
 #include <string>
 
 namespace tq {
+
+/// The trust of an identity: its own authorities, and its certificate to show.
+TlsTrust identityTrust(const IdentityFiles& files);
 
 /// How an authorized request ended.
 struct AuthorizedResult {

@@ -15,16 +15,12 @@
 
 namespace {
 
-constexpr std::int64_t HTTP_OK = 200;
-constexpr std::int64_t HTTP_CREATED = 201;
-constexpr std::int64_t HTTP_NO_CONTENT = 204;
-
 /// By which the web service says that it has done what a method asks for.
 std::int64_t statusOfSuccess(std::string_view method)
 {
     if (method == "POST")
-        return HTTP_CREATED;
-    return method == "DELETE" ? HTTP_NO_CONTENT : HTTP_OK;
+        return tq::HTTP_CREATED;
+    return method == "DELETE" ? tq::HTTP_NO_CONTENT : tq::HTTP_OK;
 }
 
 } // namespace
@@ -80,13 +76,9 @@ int TQClientCURL::Connection::open(const char* context)
 
     identity = *found;
     const tq::IdentityFiles files = tq::identityFiles(identity);
-    tq::TlsTrust trust;
-    trust.authoritiesFile = files.caCertificates;
-    trust.certificateFile = files.certificate;
-    trust.privateKeyFile = files.privateKey;
     std::unique_ptr<tq::HttpTransport> transport;
-    const tq::TransferResult opened =
-        tq::openHttpTransport(server, port, trust, tq::webLimits(tq::readPlatformSettings()), transport);
+    const tq::TransferResult opened = tq::openHttpTransport(
+        server, port, tq::identityTrust(files), tq::webLimits(tq::readPlatformSettings()), transport);
     if (opened.status != EC_success)
         return failed("Connecting", opened, context);
     session = std::make_unique<tq::AuthorizedSession>(std::move(transport), files.token);
