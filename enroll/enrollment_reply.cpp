@@ -50,7 +50,7 @@ std::string checkedHostName(const std::string& pem, const EVP_PKEY& key, const s
     if (!tq::isKeyOfCertificate(key, *certificate))
         refuse("its certificate is for another key");
     const std::optional<tq::AlternativeNames> names = tq::readAlternativeNames(*certificate);
-    const std::string urn = "urn:uuid:" + hostId;
+    const std::string urn = std::string(tq::UUID_URI_PREFIX) + hostId;
     if (!names || std::find(names->uris.begin(), names->uris.end(), urn) == names->uris.end())
         refuse("its certificate does not name the host identifier " + hostId);
     if (names->dnsNames.empty())

@@ -237,7 +237,7 @@ std::string Authority::issueHostCertificate(X509_REQ& request, const Identity& i
 {
     const std::unique_ptr<GENERAL_NAMES, Release> names(GENERAL_NAMES_new());
     require(names != nullptr, "alternative names");
-    addName(*names, GEN_URI, nameText("urn:uuid:" + identity.hostId));
+    addName(*names, GEN_URI, nameText(std::string(tq::UUID_URI_PREFIX) + identity.hostId));
     addName(*names, GEN_DNS, nameText(identity.hostName));
     EVP_PKEY* publicKey = X509_REQ_get0_pubkey(&request);
     require(publicKey != nullptr, "public key");

@@ -8,14 +8,13 @@ namespace masterd {
 
 std::optional<Identity> readNamedIdentity(const X509& certificate)
 {
-    constexpr std::string_view UUID_PREFIX = "urn:uuid:";
     const std::optional<tq::AlternativeNames> names = tq::readAlternativeNames(certificate);
     if (!names || names->uris.size() != 1 || names->dnsNames.size() != 1)
         return std::nullopt;
     const std::string_view uri = names->uris.front();
-    if (uri.substr(0, UUID_PREFIX.size()) != UUID_PREFIX)
+    if (uri.substr(0, tq::UUID_URI_PREFIX.size()) != tq::UUID_URI_PREFIX)
         return std::nullopt;
-    return Identity{std::string(uri.substr(UUID_PREFIX.size())), names->dnsNames.front()};
+    return Identity{std::string(uri.substr(tq::UUID_URI_PREFIX.size())), names->dnsNames.front()};
 }
 
 std::optional<Secret> parseBearer(std::string_view header)

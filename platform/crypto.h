@@ -72,6 +72,9 @@ std::vector<Certificate> parseCertificateChain(std::string_view pem);
 /// A certificate in PEM; empty on failure.
 std::string certificateToPem(const X509& certificate);
 
+/// What stands before a host identifier among the URIs of a host's certificate.
+inline constexpr std::string_view UUID_URI_PREFIX = "urn:uuid:";
+
 /// What a certificate's subject alternative names say. Other kinds of names are left out.
 struct AlternativeNames {
     std::vector<std::string> dnsNames;
