@@ -197,36 +197,39 @@ TransferResult HttpSession::send(const HttpRequest& request, HttpReply& reply)
     const CurlList headers = requestHeaders(request);
     if (!headers || !setRequest(request, headers.get()))
         return notMade("the HTTP library did not take the request");
+    return perform(reply);
+}
 
+/// Carries the request that is set.
+TransferResult HttpSession::perform(HttpReply& reply)
+{
     transfer_ = Transfer();
     transfer_.maxBodyBytes = limits_.maxReplyBytes;
     words_.front() = '\0';
     const CURLcode code = curl_easy_perform(handle_.get());
-    long httpStatus = 0;
-    long verification = 0;
-    if (code == CURLE_OK) {
-        curl_easy_getinfo(handle_.get(), CURLINFO_RESPONSE_CODE, &httpStatus);
-    } else {
-        curl_easy_getinfo(handle_.get(), CURLINFO_SSL_VERIFYRESULT, &verification);
-        handle_.reset(); // closing reads the last word of a server that broke off: it may be an alert
-    }
-    const TransferEnd end{code,
-                          verification,
-                          transfer_.overLimit,
-                          transfer_.repeatRefused,
-                          transfer_.certificateRefused,
-                          transfer_.headUnfinished};
-    const TransferFault fault = faultOfTransfer(end);
-    if (fault.status != EC_success) {
+    if (const TransferFault fault = faultAfter(code); fault.status != EC_success) {
         TransferResult result =
             transferResult(fault, words_.front() != '\0' ? words_.data() : curl_easy_strerror(code));
         result.sent = transfer_.requestsSent > 0;
         return result;
     }
-
+    long httpStatus = 0;
+    curl_easy_getinfo(handle_.get(), CURLINFO_RESPONSE_CODE, &httpStatus);
     reply.status = httpStatus;
     reply.body = std::move(transfer_.body);
     return {EC_success, {}, true};
+}
+
+/// What went wrong in a transfer that ended with this code. After a failure the handle is gone.
+TransferFault HttpSession::faultAfter(CURLcode code)
+{
+    long verification = 0;
+    if (code != CURLE_OK) {
+        curl_easy_getinfo(handle_.get(), CURLINFO_SSL_VERIFYRESULT, &verification);
+        handle_.reset(); // closing reads the last word of a server that broke off: it may be an alert
+    }
+    return faultOfTransfer({code, verification, transfer_.overLimit, transfer_.repeatRefused,
+                            transfer_.certificateRefused, transfer_.headUnfinished});
 }
 
 std::size_t HttpSession::takeBody(char* data, std::size_t size, std::size_t count, void* transfer)

@@ -59,6 +59,8 @@ private:
     bool setTrust(const TlsTexts& texts);
     bool setCallbacks();
     bool setRequest(const HttpRequest& request, curl_slist* headers);
+    TransferResult perform(HttpReply& reply);
+    TransferFault faultAfter(CURLcode code);
 
     std::string server_;
     std::string baseUrl_;
