@@ -5,15 +5,10 @@
 
 namespace enroll {
 
-std::string serverAndPort(const std::string& server, int port)
-{
-    return "server " + server + " on port " + std::to_string(port);
-}
-
 void failTransfer(const std::string& server, int port, const tq::TransferResult& result,
                   const std::string& ending)
 {
-    const std::string subject = serverAndPort(server, port);
+    const std::string subject = "server " + server + " on port " + std::to_string(port);
     const std::string cause = ": " + result.cause + ending;
     switch (result.status) {
     case EC_cannot_connect:

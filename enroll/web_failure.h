@@ -7,10 +7,8 @@
 
 namespace enroll {
 
-/// A master server as sentences name it: "server master1.example on port 1556".
-std::string serverAndPort(const std::string& server, int port);
-
-/// Throws the Failure of a transfer that failed; `ending` comes last in its sentence.
+/// Throws the Failure of a transfer that failed; `ending` comes last in its sentence, which names the server
+/// as "server master1.example on port 1556".
 [[noreturn]] void failTransfer(const std::string& server, int port, const tq::TransferResult& result,
                                const std::string& ending = "");
 
