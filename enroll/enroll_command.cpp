@@ -7,6 +7,7 @@
 #include "enroll/own_names.h"
 #include "enroll/renewal_command.h"
 #include "enroll/status_command.h"
+#include "enroll/stored_identities.h"
 #include "enroll/terminal.h"
 #include "platform/config.h"
 #include "platform/json.h"
@@ -129,23 +130,17 @@ void runEnrollment(const Arguments& arguments, int port, std::ostream& out)
     if (!arguments.cluster) // a cluster's virtual host goes by a name of its own
         order.ownNames = readOwnNames();
     const tq::Identity identity = enroll(order, tq::webLimits(tq::readPlatformSettings()));
-    const std::string end =
-        describeEnd(certificateFileEnd(tq::identityFiles(identity).certificate), std::time(nullptr));
     show(out,
          "Enrolled with " + identity.server + " as " + tq::certTypeName(identity.certType) + ' ' +
-             identity.hostName + ", host id " + identity.hostId + "; the certificate ends " + end + '\n',
+             identity.hostName + ", host id " + identity.hostId + "; the certificate ends " +
+             describeEndOf(identity, std::time(nullptr)) + '\n',
          "this host is enrolled, but the report of it");
 }
 
 void runList(std::ostream& out)
 {
     requireRoot();
-    std::vector<tq::Identity> identities;
-    std::string cause;
-    const int status = tq::loadIdentityStore(identities, &cause);
-    if (status != EC_success && status != EC_identity_store_missing)
-        throw Failure(ExitStatus::storeFailed, "the identity store cannot be used: " + cause);
-    const std::string table = formatIdentities(identities, std::time(nullptr));
+    const std::string table = formatIdentities(readIdentities(), std::time(nullptr));
     show(out, table.empty() ? "This host has no identities.\n" : table, "the list of identities");
 }
 

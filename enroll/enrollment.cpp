@@ -1,13 +1,14 @@
 #include "enroll/enrollment.h"
 
+#include "enroll/certificate_order.h"
 #include "enroll/enroll_failure.h"
 #include "enroll/enrollment_reply.h"
 #include "enroll/own_names.h"
 #include "enroll/server_authority.h"
+#include "enroll/stored_identities.h"
 #include "enroll/web_failure.h"
 #include "platform/http_answer.h"
 #include "platform/http_session.h"
-#include "platform/json.h"
 #include "platform/paths.h"
 #include "platform/status.h"
 
@@ -16,8 +17,6 @@ namespace enroll {
 namespace {
 
 constexpr const char* ENROLLMENT_PATH = "torquenix/security/enrollments";
-constexpr std::int64_t HTTP_CREATED = 201;
-constexpr std::int64_t HTTP_FORBIDDEN = 403;
 
 /// Ends of the sentence about a failure after the invitation was sent.
 constexpr const char* MAYBE_SPENT = "; the invitation may be spent, so ask for a new one";
@@ -28,7 +27,7 @@ void requireUsableStore(const EnrollmentOrder& order)
 {
     std::string cause;
     if (tq::tryIdentityStore(order.server, order.certType, &cause) != EC_success)
-        throw Failure(ExitStatus::storeFailed, "the identity store cannot be used: " + cause);
+        failStore(cause);
 }
 
 /// The authority of the server in PEM, once its fingerprint is the expected one.
@@ -47,18 +46,6 @@ std::string trustedAuthority(const EnrollmentOrder& order, const tq::WebLimits& 
     return tq::certificateToPem(*authority);
 }
 
-std::string requestBody(const EnrollmentOrder& order, EVP_PKEY& key)
-{
-    // The authority writes subject and names itself, so the subject here only has to be there.
-    const std::string request = tq::makeCertificateRequest(key, tq::certTypeName(order.certType));
-    const tq::JsonRef body(json_pack("{s:s, s:s}", "invitation", order.invitation.c_str(),
-                                     "certificateRequest", request.c_str()));
-    const tq::JsonText text(json_dumps(body.get(), JSON_COMPACT));
-    if (request.empty() || !text)
-        throw Failure(ExitStatus::failed, "the certificate request could not be made");
-    return text.get();
-}
-
 /// Sends the invitation over a connection that trusts this authority alone; the body of the 201.
 std::string redeemInvitation(const EnrollmentOrder& order, const std::string& authority,
                              const std::string& body, const tq::WebLimits& limits)
@@ -73,12 +60,12 @@ std::string redeemInvitation(const EnrollmentOrder& order, const std::string& au
     tq::HttpReply reply;
     if (const tq::TransferResult result = session.send(request, reply); result.status != EC_success)
         failTransfer(order.server, order.port, result, result.sent ? MAYBE_SPENT : "");
-    if (reply.status == HTTP_FORBIDDEN)
+    if (reply.status == tq::HTTP_FORBIDDEN)
         throw Failure(
             ExitStatus::invitationRefused,
             "server " + order.server +
                 " does not take the invitation, which is unknown, used or expired; ask for a new one");
-    if (reply.status != HTTP_CREATED)
+    if (reply.status != tq::HTTP_CREATED)
         throw Failure(ExitStatus::replyUnusable, "server " + order.server + " did not enrol this host: " +
                                                      tq::describeAnswer(reply.status, reply.body) +
                                                      MAYBE_SPENT);
@@ -113,10 +100,8 @@ tq::Identity enroll(const EnrollmentOrder& order, const tq::WebLimits& limits)
 {
     requireUsableStore(order);
     const std::string authority = trustedAuthority(order, limits);
-    const tq::Key key = tq::generateKey();
-    if (!key)
-        throw Failure(ExitStatus::failed, "no key could be made");
-    const std::string answer = redeemInvitation(order, authority, requestBody(order, *key), limits);
+    const auto [key, body] = orderCertificate(order.certType, order.invitation.c_str());
+    const std::string answer = redeemInvitation(order, authority, body, limits);
     const EnrollmentReply reply = checkedReply(order, answer, *key);
     requireInvitationForThisHost(order, reply.hostName);
 

@@ -1,8 +1,7 @@
 #include "enroll/identity_list.h"
 
+#include "enroll/stored_identities.h"
 #include "enroll/utc_time.h"
-#include "platform/crypto.h"
-#include "platform/file_io.h"
 
 #include <algorithm>
 #include <array>
@@ -12,7 +11,6 @@ namespace enroll {
 namespace {
 
 constexpr std::size_t COLUMNS = 5;
-constexpr std::size_t CERTIFICATE_MAX_BYTES = std::size_t{1} << 20U;
 using Row = std::array<std::string, COLUMNS>;
 
 std::string formatRows(const std::vector<Row>& rows)
@@ -40,11 +38,10 @@ std::string describeEnd(std::optional<std::int64_t> end, std::int64_t now)
     return utcTime(*end) + (*end < now ? " (ended)" : "");
 }
 
-std::optional<std::int64_t> certificateFileEnd(const std::string& path)
+std::string describeEndOf(const tq::Identity& identity, std::int64_t now)
 {
-    const std::optional<std::string> pem = tq::readFile(path, CERTIFICATE_MAX_BYTES, nullptr);
-    const tq::Certificate certificate = pem ? tq::parseCertificate(*pem) : nullptr;
-    return certificate ? tq::certificateEndTime(*certificate) : std::nullopt;
+    const tq::Certificate certificate = readCertificateFile(tq::identityFiles(identity).certificate);
+    return describeEnd(certificate ? tq::certificateEndTime(*certificate) : std::nullopt, now);
 }
 
 std::string formatIdentities(const std::vector<tq::Identity>& identities, std::int64_t now)
@@ -54,8 +51,7 @@ std::string formatIdentities(const std::vector<tq::Identity>& identities, std::i
     std::vector<Row> rows = {{"SERVER", "TYPE", "HOST ID", "HOST NAME", "CERTIFICATE ENDS"}};
     for (const tq::Identity& identity : identities) {
         rows.push_back({identity.server, tq::certTypeName(identity.certType), identity.hostId,
-                        identity.hostName,
-                        describeEnd(certificateFileEnd(tq::identityFiles(identity).certificate), now)});
+                        identity.hostName, describeEndOf(identity, now)});
     }
     return formatRows(rows);
 }

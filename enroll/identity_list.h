@@ -14,8 +14,8 @@ namespace enroll {
 /// "unknown" when the certificate could not be read.
 std::string describeEnd(std::optional<std::int64_t> end, std::int64_t now);
 
-/// When the first certificate of a file ends; absent when the file cannot be read or holds none.
-std::optional<std::int64_t> certificateFileEnd(const std::string& path);
+/// The same for the certificate of an identity.
+std::string describeEndOf(const tq::Identity& identity, std::int64_t now);
 
 /// A head line and a line for each identity, in the order of the store: server, type, host identifier, host
 /// name and the end of its certificate, in columns. Empty when there are none.

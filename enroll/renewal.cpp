@@ -1,14 +1,14 @@
 #include "enroll/renewal.h"
 
+#include "enroll/certificate_order.h"
 #include "enroll/enroll_failure.h"
 #include "enroll/enrollment_reply.h"
+#include "enroll/stored_identities.h"
 #include "enroll/utc_time.h"
 #include "enroll/web_failure.h"
 #include "platform/authorized_session.h"
-#include "platform/file_io.h"
 #include "platform/http_answer.h"
 #include "platform/http_session.h"
-#include "platform/json.h"
 #include "platform/status.h"
 
 #include <ctime>
@@ -19,9 +19,6 @@ namespace enroll {
 namespace {
 
 constexpr const char* RENEWAL_PATH = "torquenix/security/renewals";
-constexpr std::int64_t HTTP_OK = 200;
-constexpr std::int64_t HTTP_FORBIDDEN = 403;
-constexpr std::size_t CERTIFICATE_MAX_BYTES = std::size_t{1} << 20U;
 
 std::string nameOf(const tq::Identity& identity)
 {
@@ -61,27 +58,14 @@ void requireLivingCertificate(const tq::Identity& identity)
                           askForInvitation(identity));
 }
 
-std::string requestBody(const tq::Identity& identity, EVP_PKEY& key)
-{
-    const std::string request = tq::makeCertificateRequest(key, tq::certTypeName(identity.certType));
-    const tq::JsonRef body(json_pack("{s:s}", "certificateRequest", request.c_str()));
-    const tq::JsonText text(json_dumps(body.get(), JSON_COMPACT));
-    if (request.empty() || !text)
-        throw Failure(ExitStatus::failed, "the certificate request could not be made");
-    return text.get();
-}
-
 /// Sends the request; the body of the 200.
 std::string askForCertificate(const tq::Identity& identity, int port, const std::string& body,
                               const tq::WebLimits& limits)
 {
     const tq::IdentityFiles files = tq::identityFiles(identity);
-    tq::TlsTrust trust;
-    trust.authoritiesFile = files.caCertificates;
-    trust.certificateFile = files.certificate;
-    trust.privateKeyFile = files.privateKey;
-    tq::AuthorizedSession session(std::make_unique<tq::HttpSession>(identity.server, port, trust, limits),
-                                  files.token);
+    tq::AuthorizedSession session(
+        std::make_unique<tq::HttpSession>(identity.server, port, tq::identityTrust(files), limits),
+        files.token);
     tq::HttpRequest request;
     request.method = "POST";
     request.path = RENEWAL_PATH;
@@ -90,13 +74,13 @@ std::string askForCertificate(const tq::Identity& identity, int port, const std:
     const tq::AuthorizedResult result = session.send(request, reply);
     if (result.transfer.status != EC_success && !result.transfer.sent && tq::isReplaced(identity))
         failReplaced(identity);
-    if (result.transfer.status == EC_web_certificate_refused || result.tokenRefusal == HTTP_FORBIDDEN)
+    if (result.transfer.status == EC_web_certificate_refused || result.tokenRefusal == tq::HTTP_FORBIDDEN)
         failRefused(identity, result.transfer.cause);
     if (result.transfer.status != EC_success)
         failTransfer(identity.server, port, result.transfer);
-    if (reply.status == HTTP_FORBIDDEN)
+    if (reply.status == tq::HTTP_FORBIDDEN)
         failRefused(identity, tq::describeAnswer(reply.status, reply.body));
-    if (reply.status != HTTP_OK)
+    if (reply.status != tq::HTTP_OK)
         throw Failure(ExitStatus::replyUnusable, "server " + identity.server + " did not renew " +
                                                      nameOf(identity) + ": " +
                                                      tq::describeAnswer(reply.status, reply.body));
@@ -143,8 +127,7 @@ RenewalNeed chooseRenewal(const CertificateLife& life, std::int64_t now)
 
 std::optional<CertificateLife> readCertificateLife(const std::string& path)
 {
-    const std::optional<std::string> pem = tq::readFile(path, CERTIFICATE_MAX_BYTES, nullptr);
-    const tq::Certificate certificate = pem ? tq::parseCertificate(*pem) : nullptr;
+    const tq::Certificate certificate = readCertificateFile(path);
     if (!certificate)
         return std::nullopt;
     const std::optional<std::int64_t> begin = tq::certificateBeginTime(*certificate);
@@ -155,10 +138,8 @@ std::optional<CertificateLife> readCertificateLife(const std::string& path)
 tq::Identity renew(const tq::Identity& identity, int port, const tq::WebLimits& limits)
 {
     requireLivingCertificate(identity);
-    const tq::Key key = tq::generateKey();
-    if (!key)
-        throw Failure(ExitStatus::failed, "no key could be made");
-    const std::string answer = askForCertificate(identity, port, requestBody(identity, *key), limits);
+    const auto [key, body] = orderCertificate(identity.certType, nullptr);
+    const std::string answer = askForCertificate(identity, port, body, limits);
     const EnrollmentReply reply = checkedReply(identity, answer, *key);
 
     tq::Identity renewed = identity;

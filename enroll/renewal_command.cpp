@@ -2,9 +2,9 @@
 
 #include "enroll/identity_list.h"
 #include "enroll/renewal.h"
+#include "enroll/stored_identities.h"
 #include "enroll/terminal.h"
 #include "platform/debuglog.h"
-#include "platform/status.h"
 
 #include <algorithm>
 #include <ctime>
@@ -14,16 +14,6 @@
 namespace enroll {
 
 namespace {
-
-std::vector<tq::Identity> readIdentities()
-{
-    std::vector<tq::Identity> identities;
-    std::string cause;
-    const int status = tq::loadIdentityStore(identities, &cause);
-    if (status != EC_success && status != EC_identity_store_missing)
-        throw Failure(ExitStatus::storeFailed, "the identity store cannot be used: " + cause);
-    return identities;
-}
 
 /// The identities that the order names, whether they need a renewal or not.
 std::vector<tq::Identity> orderedIdentities(const RenewalOrder& order)
@@ -52,10 +42,9 @@ bool isNeeded(const tq::Identity& identity)
 void renewOne(const tq::Identity& identity, int port, std::ostream& out)
 {
     const tq::Identity renewed = renew(identity, port, tq::webLimits(tq::readPlatformSettings()));
-    const std::string sentence =
-        std::string("Renewed the ") + tq::certTypeName(renewed.certType) + " identity towards " +
-        renewed.server + "; the certificate ends " +
-        describeEnd(certificateFileEnd(tq::identityFiles(renewed).certificate), std::time(nullptr));
+    const std::string sentence = std::string("Renewed the ") + tq::certTypeName(renewed.certType) +
+                                 " identity towards " + renewed.server + "; the certificate ends " +
+                                 describeEndOf(renewed, std::time(nullptr));
     LogLine(LogLevel::progress, "runRenewals") << sentence;
     show(out, sentence + '\n', "the identity is renewed, but the report of it");
 }

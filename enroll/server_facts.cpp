@@ -1,7 +1,6 @@
 #include "enroll/server_facts.h"
 
-#include "enroll/enroll_failure.h"
-#include "platform/crypto.h"
+#include "enroll/stored_identities.h"
 #include "platform/file_io.h"
 #include "platform/identity_document.h"
 #include "platform/paths.h"
@@ -106,14 +105,14 @@ ServerFacts& factsOf(std::vector<ServerFacts>& all, const std::string& server)
     return all.back();
 }
 
-/// The store's identities. Unlike loadIdentityStore this removes no leftovers.
-std::vector<tq::Identity> readIdentities()
+/// As readIdentities(), but removes no leftovers from the store.
+std::vector<tq::Identity> lookAtIdentities()
 {
     tq::IdentityDocument document;
     std::string cause;
     const int status = tq::readIdentityDocument(document, &cause);
     if (status != EC_success && status != EC_identity_store_missing)
-        throw Failure(ExitStatus::storeFailed, "the identity store cannot be used: " + cause);
+        failStore(cause);
     return document.identities;
 }
 
@@ -162,10 +161,10 @@ std::vector<ServerFacts> readServerFacts(const std::vector<tq::Identity>& identi
 
 std::vector<ServerFacts> readServerFacts(std::int64_t now)
 {
-    std::vector<tq::Identity> identities = readIdentities();
+    std::vector<tq::Identity> identities = lookAtIdentities();
     for (int reads = 1;; ++reads) {
         std::vector<ServerFacts> facts = readServerFacts(identities, now);
-        std::vector<tq::Identity> afterwards = readIdentities();
+        std::vector<tq::Identity> afterwards = lookAtIdentities();
         if (haveSameFiles(identities, afterwards) || reads == READS_OF_A_CHANGING_STORE)
             return facts;
         identities = std::move(afterwards);

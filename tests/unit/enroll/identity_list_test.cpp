@@ -1,13 +1,7 @@
 #include "enroll/identity_list.h"
 
-#include "tests/fakes/tls/test_pki.h"
-
-#include <ctime>
-#include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
 
-using enroll::certificateFileEnd;
 using enroll::describeEnd;
 using enroll::formatIdentities;
 
@@ -31,21 +25,6 @@ TEST(DescribeEnd, IsAUtcTimeAndSaysWhenItIsOver)
     EXPECT_EQ(describeEnd(1795162242, 1795162242), "2026-11-20 08:10:42 UTC");
     EXPECT_EQ(describeEnd(1795162242, 1795162243), "2026-11-20 08:10:42 UTC (ended)");
     EXPECT_EQ(describeEnd(std::nullopt, 0), "unknown");
-}
-
-TEST(CertificateFileEnd, ReadsTheEndOfAFilesCertificate)
-{
-    const std::string path = "/tmp/identity_list_test.crt";
-    const fakes::Issued made = fakes::makeSelfSigned({.commonName = "x", .endSeconds = 1000});
-    std::ofstream(path) << made.pem();
-    const auto end = certificateFileEnd(path);
-    ASSERT_TRUE(end);
-    EXPECT_NEAR(static_cast<double>(*end), static_cast<double>(std::time(nullptr) + 1000), 5);
-
-    std::ofstream(path) << "no certificate";
-    EXPECT_FALSE(certificateFileEnd(path));
-    std::filesystem::remove(path);
-    EXPECT_FALSE(certificateFileEnd(path));
 }
 
 TEST(FormatIdentities, PutsEachIdentityOnALineInColumns)

@@ -19,6 +19,7 @@ using testing::AllOf;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
+using testing::StartsWith;
 using tests::readText;
 
 namespace {
@@ -148,6 +149,7 @@ TEST_F(RenewalTest, ShowsThePresentCertificateAndATokenAndSendsNoKey)
     EXPECT_EQ(request.method + request.path, std::string("POST") + RENEWAL);
     EXPECT_NE(request.clientCertificate, "");
     EXPECT_THAT(request.head, HasSubstr("Authorization: Bearer token-0\r\n"));
+    EXPECT_THAT(request.body, StartsWith(R"({"certificateRequest":"-----BEGIN CERTIFICATE REQUEST-----)"));
     EXPECT_THAT(request.body, Not(HasSubstr("PRIVATE KEY")));
 }
 
