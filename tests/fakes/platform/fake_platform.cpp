@@ -16,6 +16,7 @@
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -67,6 +68,14 @@ Platform& platform()
 void reset()
 {
     thePlatform = Platform{};
+}
+
+std::vector<LogEntry> Platform::entriesOf(const std::string& context) const
+{
+    std::vector<LogEntry> found;
+    std::copy_if(log.begin(), log.end(), std::back_inserter(found),
+                 [&](const LogEntry& entry) { return entry.context == context; });
+    return found;
 }
 
 std::vector<std::string> Platform::texts(const std::string& context, int level) const

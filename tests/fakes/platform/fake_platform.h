@@ -118,6 +118,8 @@ struct Platform {
     std::vector<std::string> hostNames; ///< names and addresses of this host's own entry
     long gethostid = 0;
 
+    /// The entries of one context, in order.
+    [[nodiscard]] std::vector<LogEntry> entriesOf(const std::string& context) const;
     /// Texts of the entries of one context, level 0 meaning any.
     [[nodiscard]] std::vector<std::string> texts(const std::string& context, int level = 0) const;
     /// Whether an entry with exactly this level, text and context was written.

@@ -37,15 +37,7 @@ protected:
 
     static fakes::Platform& platform() { return fakes::platform(); }
 
-    static std::vector<LogEntry> logOf(const std::string& context)
-    {
-        std::vector<LogEntry> found;
-        for (const LogEntry& entry : platform().log) {
-            if (entry.context == context)
-                found.push_back(entry);
-        }
-        return found;
-    }
+    static std::vector<LogEntry> logOf(const std::string& context) { return platform().entriesOf(context); }
 
     static void failAttempts(int count, int status)
     {

@@ -39,15 +39,7 @@ protected:
         }
     }
 
-    static std::vector<LogEntry> logOf(const std::string& context)
-    {
-        std::vector<LogEntry> found;
-        for (const LogEntry& entry : platform().log) {
-            if (entry.context == context)
-                found.push_back(entry);
-        }
-        return found;
-    }
+    static std::vector<LogEntry> logOf(const std::string& context) { return platform().entriesOf(context); }
 
     CHostInformation record_;
     std::vector<CHostInformation> list_;

@@ -37,15 +37,7 @@ protected:
     }
     static void answerNothing(int result) { platform().replies.push_back({result, 0, ""}); }
 
-    static std::vector<LogEntry> logOf(const std::string& context)
-    {
-        std::vector<LogEntry> found;
-        for (const LogEntry& entry : platform().log) {
-            if (entry.context == context)
-                found.push_back(entry);
-        }
-        return found;
-    }
+    static std::vector<LogEntry> logOf(const std::string& context) { return platform().entriesOf(context); }
 
     /// What this host's record reads once it is loaded for a server.
     static CHostInformation loadedRecord(const std::string& server = "m1", cert_type type = CERT_TYPE_HOST)
