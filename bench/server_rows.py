@@ -111,7 +111,8 @@ def read_rows(settings, box, master):
     peak, body = peak_of(box, master.process), reads[0]["bytes"]
     ours, cpu, client = (statistics.median(values(replies, key)) for key in ("ms", "cpuMs", "ownCpuMs"))
     theirs = statistics.median(values(reads, "ms"))
-    note = f"{ours:.0f} / {theirs:.0f} ms, CPU of server {cpu:.0f} ms, client {client:.0f} ms, {len(replies)} pairs"
+    note = f"{ours:.0f} / {theirs:.0f} ms, CPU of server {cpu:.0f} ms, client {client:.0f} ms, "
+    note += f"{len(replies)} pairs"
     return [
         Row(READ, bed.median_ratio(values(replies, "ms"), values(reads, "ms")), note),
         Row(MEMORY, peak / body, f"{peak / 1e6:.0f} / {body / 1e6:.0f} MB"),

@@ -19,8 +19,9 @@ def pytest_addoption(parser):
         "--build",
         action="append",
         metavar="FOLDER",
-        help="build folder whose programs are tested (default: build/asan). With several, end-to-end tests take "
-        "the sanitized ones, faults, bench and packaging the others, and what is marked `shipped` takes all",
+        help="build folder whose programs are tested (default: build/asan). With several, end-to-end tests "
+        "take the sanitized ones, faults, bench and packaging the others, and what is marked `shipped` takes "
+        "all",
     )
     parser.addoption(
         "--faults",
@@ -28,7 +29,9 @@ def pytest_addoption(parser):
         default="quick",
         help="how much of tests/faults runs: the share of every test run, or everything",
     )
-    parser.addoption("--fault-table", metavar="FILE", help="where the table of the faults' results is written")
+    parser.addoption(
+        "--fault-table", metavar="FILE", help="where the table of the faults' results is written"
+    )
 
 
 def pytest_generate_tests(metafunc):
@@ -47,7 +50,7 @@ def build(request):
 
 @functools.lru_cache
 def build_paths(folders):
-    """The same objects for every test: pytest makes a wide fixture anew when its parameter is another object."""
+    """The same objects every time: pytest makes a wide fixture anew when its parameter is another object."""
     return [TOP / folder for folder in folders]
 
 

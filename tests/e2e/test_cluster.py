@@ -24,7 +24,8 @@ def test_an_active_node_updates_its_own_record_and_the_clusters(node):
     names = [host["hostName"] for host in json.loads(node.command("-readallhosts", "-display").out)["hosts"]]
     assert names == [VIRTUAL_HOST, node.host_name]
     assert (
-        "This command is running on active node of a cluster. It will update virtual host secure status as well."
+        "This command is running on active node of a cluster. "
+        "It will update virtual host secure status as well."
         in node.log_texts(2)
     )
 

@@ -48,8 +48,8 @@ class Node:
         self.tool("hxres", f'case "$1" in -list) {listed} ;; -value) {address} ;; -state) {state} ;; esac')
 
     def shared_names(self):
-        """Describes the host; its record must come about whatever the cluster manager says. What its tools say
-        on standard error stands on the command's."""
+        """Describes the host; its record must come about whatever the cluster manager says. What its tools
+        say on standard error stands on the command's."""
         self.box.forget_log()
         result = self.box.command("-localinfo")
         assert result.status == 0
@@ -257,7 +257,8 @@ def test_every_line_of_a_resources_state_names_an_owner_whatever_its_other_words
 
 
 @pytest.mark.parametrize(
-    "body, status, shown", [("exit 3", 768, "0x300"), ("kill -9 $$", 35072, "0x8900"), (None, 32512, "0x7f00")]
+    "body, status, shown",
+    [("exit 3", 768, "0x300"), ("kill -9 $$", 35072, "0x8900"), (None, 32512, "0x7f00")],
 )
 def test_a_manager_that_does_not_run_is_reported_with_its_status(node, body, status, shown):
     if body is None:
@@ -265,7 +266,8 @@ def test_a_manager_that_does_not_run_is_reported_with_its_status(node, body, sta
     else:
         node.tool("hxstatus", body)
     assert node.shared_names() == []
-    assert f"!!! Failed to run m_command {HOME}hxstatus -summary >/dev/null 2>&1 ... ({shown})." in node.trace()
+    command = f"{HOME}hxstatus -summary >/dev/null 2>&1"
+    assert f"!!! Failed to run m_command {command} ... ({shown})." in node.trace()
     assert node.box.log_texts(16) == [
         f"GetClusterSharedNames status : {status}",
         f"retrieveClusterSharedNames status : {status}. Check getclusterinfo::trace for more details. ",

@@ -80,7 +80,9 @@ def test_a_missing_value_beside_an_unknown_option_ends_with_20(enrolled):
 
 
 @pytest.mark.parametrize("arguments", [["-localinfo"], ["-read"], ["-delete"], ["-readallhosts"], []])
-@pytest.mark.parametrize("config", [None, ["CLIENT_NAME = h"], ["SERVER = "], ["SERVER = .hidden", "SERVER = b"]])
+@pytest.mark.parametrize(
+    "config", [None, ["CLIENT_NAME = h"], ["SERVER = "], ["SERVER = .hidden", "SERVER = b"]]
+)
 def test_without_a_master_server_every_operation_but_update_ends_with_111(box, arguments, config):
     if config is None:
         (box.torqv / "torquenix" / "kx.conf").unlink()

@@ -120,9 +120,9 @@ def test_a_certificate_that_has_ended_asks_for_a_new_invitation(updated):
         result = renew(updated, *more, env=at_time(updated, f"+{CERTIFICATE_DAYS + 1}d", "tqenroll"))
         assert (result.status, result.out) == (INVITATION_NEEDED, "")
         sentence = (
-            rf"tqenroll: the certificate of the host identity towards {MASTER1} has ended at \S+ \S+ UTC and it "
-            r"is \S+ \S+ UTC by this host's clock, so it cannot be renewed; enrol again with a new invitation of "
-            rf"that server \(tqmasterd invite --host {updated.host_name}\)\.\n"
+            rf"tqenroll: the certificate of the host identity towards {MASTER1} has ended at \S+ \S+ UTC and "
+            r"it is \S+ \S+ UTC by this host's clock, so it cannot be renewed; enrol again with a new "
+            rf"invitation of that server \(tqmasterd invite --host {updated.host_name}\)\.\n"
         )
         assert re.fullmatch(sentence, result.err), result.err
         assert updated.identity_files() == before

@@ -1,7 +1,7 @@
 """The readers of texts of real hosts, over every text of ../shared/samples where that folder is there.
 
-No reader may crash or hang, whatever text it gets; what release files and processors say is computed here a second
-time, in a few lines of another language.
+No reader may crash or hang, whatever text it gets; what release files and processors say is computed here a
+second time, in a few lines of another language.
 """
 
 import csv
@@ -21,8 +21,8 @@ VMWARE, HYPER_V, RED_HAT = b"1", b"2", b"5"
 
 @pytest.fixture(scope="session")
 def values(build):
-    """Reader and file (its path below the samples) to value; None, said aloud, when there is nothing to read or
-    nothing to read it with."""
+    """Reader and file (its path below the samples) to value; None, said aloud, when there is nothing to read
+    or nothing to read it with."""
     program = build / "bin" / "sample_readers"
     for needed in (SAMPLES, program):
         if not needed.exists():
@@ -40,7 +40,8 @@ def values(build):
         file, reader, value = line.split("\t")
         name = str(pathlib.Path(file).relative_to(SAMPLES))
         found[reader, name] = None if value == "throws" else bytes.fromhex(value)
-    assert {name for _reader, name in found} == {str(pathlib.Path(file).relative_to(SAMPLES)) for file in files}
+    names = {str(pathlib.Path(file).relative_to(SAMPLES)) for file in files}
+    assert {name for _reader, name in found} == names
     return found
 
 
@@ -121,9 +122,9 @@ def test_sockets_are_the_different_physical_ids_or_else_the_processors(values):
     with open(SAMPLES / "cpuinfo-counts.tsv" if given else os.devnull, encoding="utf-8") as table:
         rows = {row["file"]: row for row in csv.DictReader(table, delimiter="\t", quoting=csv.QUOTE_NONE)}
     told = {name: row for name, row in rows.items() if name in given}
+    sockets = {name: row["distinct physical id"] for name, row in told.items()}
     expected = {
-        name: row['"processor" lines'] if row["distinct physical id"] == "none" else row["distinct physical id"]
-        for name, row in told.items()
+        name: told[name]['"processor" lines'] if count == "none" else count for name, count in sockets.items()
     }
     assert {name: given[name].decode() for name in expected} == expected
 

@@ -28,8 +28,8 @@ class AttackedServer:
         assert self.client.put(self.b, osType="before").status == 200
 
     def seconds_of_a_good_client(self, tries=5):
-        """How long a good client waits for its record to be stored: the middle one of some tries, since a busy
-        machine holds up now and then what nobody attacks."""
+        """How long a good client waits for its record to be stored: the middle one of some tries, since a
+        busy machine holds up now and then what nobody attacks."""
         taken = []
         for _ in range(tries):
             start = time.monotonic()

@@ -112,8 +112,8 @@ def wire(wire_bed, request):
 
 @pytest.fixture
 def enrolled_host(sandbox_of, beginnings):
-    """A host with an identity towards its serving master server, whose box a case may change before the start:
-    enrolled_host(lambda box: ...)."""
+    """A host with an identity towards its serving master server, whose box a case may change before the
+    start: enrolled_host(lambda box: ...)."""
 
     def start(before_start):
         box = sandbox_of(before_start=before_start)

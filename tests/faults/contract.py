@@ -1,12 +1,13 @@
-"""What holds after every fault, whatever it was: files whole, locks free, nothing left running, no secret told,
-and the next healthy run heals."""
+"""What holds after every fault, whatever it was: files whole, locks free, nothing left running, no secret
+told, and the next healthy run heals."""
 
 import hashlib
 import json
 import os
 import time
 
-TEMPORARY_AGE_SECONDS = 120  # the system sweeps up temporary files of dead processes that are older than a minute
+# The system sweeps up temporary files of dead processes that are older than a minute.
+TEMPORARY_AGE_SECONDS = 120
 
 
 def identity_files(box):

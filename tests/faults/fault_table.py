@@ -20,7 +20,7 @@ class Outcome:
 
 
 class FaultTable:
-    """A plugin of pytest: takes every report, also those of other processes, and writes the table at the end."""
+    """A plugin of pytest: takes every report, also of other processes, and writes the table at the end."""
 
     def __init__(self, target):
         self.target = target
@@ -75,9 +75,11 @@ class FaultTable:
             f"{len(self.unexplained())} rows unexplained.",
         ]
         for group, title in GROUPS.items():
-            lines += ["", f"## {group}: {title}", "", "| Row | Fault | Cases | Result | Figures |", "|---|---|--:|---|---|"]
+            lines += ["", f"## {group}: {title}", ""]
+            lines += ["| Row | Fault | Cases | Result | Figures |", "|---|---|--:|---|---|"]
             lines += [self.line(row) for row in ROWS if row[0] == group]
-        lines += ["", "Failed cases:", ""] + [f"- `{name}`" for name in self.failures] if self.failures else []
+        if self.failures:
+            lines += ["", "Failed cases:", ""] + [f"- `{name}`" for name in self.failures]
         return "\n".join(lines) + "\n"
 
     def line(self, row):

@@ -136,7 +136,8 @@ class Answered(Outcome):
     def check_noted(self, wire, number):
         """The log names the server and the HTTP status once for each request, also when there is no body."""
         noted = [text for text in wire.box.log_texts(8) if ": answered HTTP status " in text]
-        named = rf"[A-Z]+ \S+, server {re.escape(MASTER)}, port 1556: answered HTTP status {self.http_status}\b"
+        named = rf"[A-Z]+ \S+, server {re.escape(MASTER)}, port 1556: "
+        named += rf"answered HTTP status {self.http_status}\b"
         assert [bool(re.match(named, text)) for text in noted] == [True] * number, noted
 
     def check_token(self, wire, result):

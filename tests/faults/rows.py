@@ -32,14 +32,20 @@ ROWS = {
     "A4": Row("silence in the handshake; a server that never reads a large request"),
     "A5": Row("garbage or plain HTTP instead of TLS; a flood of alerts"),
     "A6": Row("TLS 1.0 and 1.1 only; weak cipher; 1024-bit key"),
-    "A7": Row("server certificate expired, not yet valid, self-signed, of a foreign or no authority, for clients"),
+    "A7": Row(
+        "server certificate expired, not yet valid, self-signed, of a foreign or no authority, for clients"
+    ),
     "A8": Row("a foreign authority that sits in the system's own directory"),
-    "A9": Row("server certificate for another name, without the address, by common name, wildcard, NUL in a name"),
+    "A9": Row(
+        "server certificate for another name, without the address, by common name, wildcard, NUL in a name"
+    ),
     "A10": Row(
         "server certificate revoked",
         no_case="the client has no revocation lists; authorities are per identity and can be replaced",
     ),
-    "A11": Row("own certificate missing, expired, of another key, unreadable, of wrong use, unknown to the server"),
+    "A11": Row(
+        "own certificate missing, expired, of another key, unreadable, of wrong use, unknown to the server"
+    ),
     "A12": Row("a server that wants no client certificate, or names 200 acceptable authorities"),
     "B1": Row("silence before the headers; headers byte by byte"),
     "B2": Row("silence in the body; body byte by byte; one-byte chunks for ever"),
@@ -56,7 +62,9 @@ ROWS = {
     "B13": Row("error body with ESC, CR LF, direction marks, a line of 1 MB"),
     "B14": Row("reset after the request was stored"),
     "B15": Row("one of five servers slow; all five dead"),
-    "C1": Row("replies that are no host or no list: empty, null, array, text, two documents, byte order mark"),
+    "C1": Row(
+        "replies that are no host or no list: empty, null, array, text, two documents, byte order mark"
+    ),
     "C2": Row("missing, mistyped, doubled, unknown fields; huge numbers"),
     "C3": Row("nesting beyond the parser's depth"),
     "C4": Row("text that is not UTF-8, lone surrogates, NUL, a string of 10 MB"),
@@ -71,12 +79,14 @@ ROWS = {
     "E1": Row("disk full at each write, mkdir and rename; out of inodes; quota used up; /dev/full"),
     "E2": Row(
         "EIO at write, fsync, close, read and rename; six errors at twenty system calls",
-        left_out="an ext4 on a disk that fails: it takes a loop device and a mount of the machine itself, outside "
-        "any sandbox; the same errors come from a tracer, at every call that may have them",
+        left_out="an ext4 on a disk that fails: it takes a loop device and a mount of the machine itself, "
+        "outside any sandbox; the same errors come from a tracer, at every call that may have them",
     ),
     "E3": Row("read-only file system; state folder missing, a file, of another owner, open to all"),
     "E4": Row("log folder missing, unwritable, full, log rotated away meanwhile"),
-    "E5": Row("cache, status and token file empty, cut, binary, 1 GB, of another version, a folder, a dangling link"),
+    "E5": Row(
+        "cache, status and token file empty, cut, binary, 1 GB, of another version, a folder, a dangling link"
+    ),
     "E6": Row("killed at every system call of enrolment, first, unchanged and forced update"),
     "E7": Row("lock held by a live, stopped, dead or killed process; 50 starts at once"),
     "E8": Row("a grandchild in the background outlives the command"),
@@ -86,8 +96,8 @@ ROWS = {
     "F1": Row("an allocation fails, once and from then on, also against a server that is not trusted"),
     "F2": Row(
         "limits on memory, processes, descriptors and file size; a control group's limit on processes",
-        left_out="a control group's limit on memory: it kills a process that touches one page more, as E6 and F7 "
-        "do at every call and 1,000 times at random, and may kill a tool, as G5 has it",
+        left_out="a control group's limit on memory: it kills a process that touches one page more, as E6 "
+        "and F7 do at every call and 1,000 times at random, and may kill a tool, as G5 has it",
     ),
     "F3": Row("standard streams closed; output to a closed pipe or a full disk"),
     "F4": Row("SIGCHLD ignored, all signals blocked, mask 000 and 777, nice 19"),

@@ -2,9 +2,9 @@
 
     sweep_agent.py JOB
 
-The job and its results are JSON beside each other. A point says what is injected, by strace's expressions or by
-the environment; its result says how the run ended and names everything that is wrong. It all happens in here
-because a sweep has thousands of runs, and each question from outside would cost as much as one.
+The job and its results are JSON beside each other. A point says what is injected, by strace's expressions or
+by the environment; its result says how the run ended and names everything that is wrong. It all happens in
+here because a sweep has thousands of runs, and each question from outside would cost as much as one.
 """
 
 import contextlib
@@ -308,7 +308,7 @@ def strace(point):
 
 
 def times_injected():
-    """How often the tracer did what it was told: an error is marked at its call, a signal has its own line."""
+    """How often the tracer did as it was told: an error is marked at its call, a signal has its own line."""
     with open(TRACE, encoding="utf-8", errors="replace") as trace:
         return len(re.findall(r"\(INJECTED\)|^--- SIG(?!CHLD)", trace.read(), re.MULTILINE))
 

@@ -1,7 +1,7 @@
 """The bench of the sweeps: one sandbox that meets thousands of faults, in one scenario after another.
 
 A scenario is one run of a program from a known state; the bench makes that state once and keeps a copy of it,
-and sweep_agent.py puts it back before each point. The host's tools are trivial: what they say is no matter here.
+and sweep_agent.py puts it back before each point. The host's tools are trivial: no matter what they say.
 """
 
 import contextlib

@@ -57,7 +57,7 @@ def calls_of_trace(text):
 
 def closings_of_pipes(text):
     """The points that close an end of a pipe. A failure that is injected leaves the call out, while a real
-    close() frees the descriptor whatever it says: who keeps the writing end open never reads the pipe's end."""
+    close() frees the descriptor in any case: who keeps the writing end open never reads the pipe's end."""
     count, ends, found = 0, set(), set()
     for line in text.splitlines():
         if pipe := re.match(r"pipe2\(\[(\d+), (\d+)\]", line):

@@ -1,8 +1,9 @@
 """The n-th allocation fails, once or from then on: no broken file, no success that did not happen, least of
-all towards a server that is not trusted. A crash is allowed inside a library of somebody else's, nowhere else.
+all towards a server that is not trusted. A crash is allowed inside a library of somebody else's, nowhere
+else.
 
-The status tells little here: what an exception does not say ends with 0. So success is what the server's store
-says.
+The status tells little here: what an exception does not say ends with 0. So success is what the server's
+store says.
 """
 
 import os
@@ -93,7 +94,7 @@ def sweep(bench, scenario, points, figure, **options):
 
 
 def points_of(bench, shim, scenario, number):
-    """So many allocations of a run, every second one with all that follow it; 0 stands for each of them twice."""
+    """So many allocations of a run, every second one with all that follow it; 0: each of them twice."""
     total = allocations(bench, shim, scenario)
     if number == 0:
         return [failing(shim, n, on) for n in range(1, total + 1) for on in (False, True)]

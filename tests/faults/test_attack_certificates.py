@@ -104,7 +104,8 @@ class Forge:
 
     def _sign(self, maker, key, request):
         signed, extensions = self.folder / "forged.crt", self.folder / "forged.ext"
-        arguments = ["x509", "-req", "-in", request, "-set_serial", "7", "-out", signed, "-extfile", extensions]
+        arguments = ["x509", "-req", "-in", request, "-set_serial", "7", "-out", signed]
+        arguments += ["-extfile", extensions]
         if maker.signer == "itself":
             arguments += ["-signkey", key]
         else:
@@ -125,8 +126,8 @@ class Forge:
         shown = subprocess.run(["openssl", "x509", "-in", own, "-noout", "-subject", "-nameopt", "compat"],
                                check=True, capture_output=True, text=True).stdout  # fmt: skip
         subject = "/CN=foreign" if name == "foreign" else shown.strip().removeprefix("subject=").strip()
-        openssl("req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes", "-keyout",
-                other, "-out", f"{other}.crt", "-subj", subject)  # fmt: skip
+        openssl("req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes",
+                "-keyout", other, "-out", f"{other}.crt", "-subj", subject)  # fmt: skip
         other.write_text(other.read_text() + other.with_suffix(".pem.crt").read_text())
         return other
 
@@ -231,7 +232,8 @@ def test_renegotiation_is_refused(attacked):
 @pytest.mark.row("D5")
 @pytest.mark.parametrize("method", ["PUT", "DELETE"])
 def test_a_host_may_not_write_on_the_path_of_another(attacked, method):
-    assert is_error(attacked.client.ask(method, attacked.b.path, attacked.a, b"{}" if method == "PUT" else b""), 403)
+    body = b"{}" if method == "PUT" else b""
+    assert is_error(attacked.client.ask(method, attacked.b.path, attacked.a, body), 403)
     attacked.check_unharmed()
 
 
@@ -288,7 +290,8 @@ def test_a_revocation_ends_the_identity_and_its_record(enrolled, master):
     contract = Contract(enrolled)
     asked = enrolled.command("-readallhosts", "-display")
     assert (asked.status, asked.err) == (252, "Requested operation failed with error: 7625\n")
-    (cause,) = [text for text in enrolled.log_texts(16) if text.startswith("Asking for an access token failed")]
+    told = enrolled.log_texts(16)
+    (cause,) = [text for text in told if text.startswith("Asking for an access token failed")]
     assert "server master1.example" in cause and "HTTP status 403" in cause
     contract.check(asked)
     assert not without_token.exists()
@@ -302,7 +305,10 @@ def test_a_deleted_host_comes_back_with_its_next_forced_or_changed_update(enroll
     assert enrolled.command("-update").status == 0
     client = MasterClient(enrolled, master)
     watcher = client.enrol("watcher.example")
-    for change, arguments in ((lambda: None, ["-force"]), (lambda: enrolled.add_config("MACHINE_TQU_TYPE = x"), [])):
+    for change, arguments in (
+        (lambda: None, ["-force"]),
+        (lambda: enrolled.add_config("MACHINE_TQU_TYPE = x"), []),
+    ):
         assert enrolled.command("-delete").status == 0
         assert client.stored(watcher) == []
         assert enrolled.command("-update").status == 0

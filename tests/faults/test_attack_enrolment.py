@@ -158,19 +158,26 @@ def text(content):
 
 GREEDY_REQUESTS = {
     "subject of another host": with_config("[dn]\nCN = a.example\n[ext]\nkeyUsage = digitalSignature\n"),
-    "name of another host": with_config("[dn]\nCN = x\n[ext]\nsubjectAltName = DNS:a.example,DNS:master1.example\n"),
-    "identifier of another host": with_config("[dn]\nCN = x\n[ext]\nsubjectAltName = URI:urn:uuid:HOST_ID_OF_A\n"),
+    "name of another host": with_config(
+        "[dn]\nCN = x\n[ext]\nsubjectAltName = DNS:a.example,DNS:master1.example\n"
+    ),
+    "identifier of another host": with_config(
+        "[dn]\nCN = x\n[ext]\nsubjectAltName = URI:urn:uuid:HOST_ID_OF_A\n"
+    ),
     "power of an authority": with_config(
         "[dn]\nCN = x\n[ext]\nbasicConstraints = critical,CA:TRUE\nkeyUsage = keyCertSign,cRLSign\n"
     ),
-    "purpose of a server": with_config("[dn]\nCN = x\n[ext]\nextendedKeyUsage = serverAuth,anyExtendedKeyUsage\n"),
+    "purpose of a server": with_config(
+        "[dn]\nCN = x\n[ext]\nextendedKeyUsage = serverAuth,anyExtendedKeyUsage\n"
+    ),
 }
 
 
 def describe(pem):
     """What stands in a certificate's subject and extensions, as the openssl program shows it."""
     shown = ["-subject", "-ext", "subjectAltName,basicConstraints,keyUsage,extendedKeyUsage"]
-    run = subprocess.run(["openssl", "x509", "-noout", *shown], input=pem.encode(), capture_output=True, check=True)
+    argv = ["openssl", "x509", "-noout", *shown]
+    run = subprocess.run(argv, input=pem.encode(), capture_output=True, check=True)
     return " ".join(run.stdout.decode().split())
 
 

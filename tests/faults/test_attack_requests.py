@@ -1,5 +1,5 @@
-"""Requests that no honest client sends: what the master server answers, that nothing of them is stored, and that
-the next client is served."""
+"""Requests that no honest client sends: what the master server answers, that nothing of them is stored, and
+that the next client is served."""
 
 import gzip
 import json
@@ -97,8 +97,8 @@ FRAMING = {
 METHODS = {
     f"method {name!r:.12}": (method(name), status)
     for name, status in {
-        "BREW": 400, "TRACE": 400, "CONNECT": 400, "PRI": 400, "get": 400, "": 400, "GET\0": CLOSED, "G" * 5000: 400,
-        "PATCH": 405, "OPTIONS": 405, "POST": 405,
+        "BREW": 400, "TRACE": 400, "CONNECT": 400, "PRI": 400, "get": 400, "": 400, "GET\0": CLOSED,
+        "G" * 5000: 400, "PATCH": 405, "OPTIONS": 405, "POST": 405,
     }.items()
 }  # fmt: skip
 
@@ -158,13 +158,19 @@ SMUGGLING = {
         "Content-Length: 0", f"Content-Length: {len(inner(host))}", body=inner(host)
     ),
     "body of a GET": lambda host: get(f"Content-Length: {len(inner(host))}", body=inner(host)),
-    "blank before the colon": lambda host: put("Transfer-Encoding : chunked", body=b"0\r\n\r\n" + inner(host)),
+    "blank before the colon": lambda host: put(
+        "Transfer-Encoding : chunked", body=b"0\r\n\r\n" + inner(host)
+    ),
     "tab before the colon": lambda host: put("Content-Length\t: 400", body=inner(host)),
-    "coding in another case with a mark": lambda host: put("Transfer-Encoding: \x0bchunked", body=inner(host)),
+    "coding in another case with a mark": lambda host: put(
+        "Transfer-Encoding: \x0bchunked", body=inner(host)
+    ),
     "folded coding": lambda host: put("Transfer-Encoding:\r\n\tchunked", body=b"0\r\n\r\n" + inner(host)),
     "length behind a lone CR": lambda host: get("X: y\rContent-Length: 400", body=inner(host)),
     "length behind a lone LF": lambda host: get("X: y\nContent-Length: 400", body=inner(host)),
-    "line end in a chunk's extension": lambda host: put(CHUNKED, body=b"2;\n\r\n{}\r\n0\r\n\r\n" + inner(host)),
+    "line end in a chunk's extension": lambda host: put(
+        CHUNKED, body=b"2;\n\r\n{}\r\n0\r\n\r\n" + inner(host)
+    ),
     "chunk that ends early": lambda host: put(CHUNKED, body=b"2\r\n{}XX" + inner(host)),
     "chunk size cut to 32 bits": lambda host: put(CHUNKED, body=b"100000000\r\n\r\n" + inner(host)),
 }
@@ -273,7 +279,9 @@ def test_a_filter_finds_the_name_that_it_holds(attacked):
 
 
 @pytest.mark.row("S4")
-@pytest.mark.parametrize("text", [SQL, "'", "'; DROP TABLE invitation; --", "0" * 16 + "." + "0" * 64, "\0", "ü"])
+@pytest.mark.parametrize(
+    "text", [SQL, "'", "'; DROP TABLE invitation; --", "0" * 16 + "." + "0" * 64, "\0", "ü"]
+)
 def test_sql_in_an_invitation_is_no_invitation(attacked, text):
     body = json.dumps({"invitation": text, "certificateRequest": text}).encode()
     answer = attacked.client.ask("POST", ENROLLMENTS, body=body)

@@ -21,8 +21,8 @@ MORE_THAN_IT_BEARS = 600
 FLEET_HOSTS = 1200
 FLEET_RECORD_BYTES = 16 * 1024
 LIST_BYTES = FLEET_HOSTS * FLEET_RECORD_BYTES
-# What the server may need for all of them together; holding a list for each would be 4 GB. The sanitizers keep
-# what is freed, for a while.
+# What the server may need for all of them together; holding a list for each would be 4 GB. The sanitizers
+# keep what is freed, for a while.
 MEMORY_MIB = 700
 
 
@@ -111,11 +111,13 @@ def kept_busy(connections, step):
 def fill_with_a_fleet(master):
     """Enters the records of a fleet behind the server's back: enrolling them would only take time."""
     record = '{"osType":"' + "x" * FLEET_RECORD_BYTES + '"}'
-    with contextlib.closing(sqlite3.connect(master.data_outside / "hosts.db", timeout=30)) as database, database:
+    into_hosts = "INSERT INTO host (host_id, host_name, record) VALUES (?, ?, ?)"
+    file = master.data_outside / "hosts.db"
+    with contextlib.closing(sqlite3.connect(file, timeout=30)) as database, database:
         for number in range(FLEET_HOSTS):
             host = (f"id-{number:05}", f"fleet-{number:05}")
             database.execute("INSERT INTO identity (host_id, host_name, type) VALUES (?, ?, 'host')", host)
-            database.execute("INSERT INTO host (host_id, host_name, record) VALUES (?, ?, ?)", (*host, record))
+            database.execute(into_hosts, (*host, record))
 
 
 @pytest.fixture(scope="module")

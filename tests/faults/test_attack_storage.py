@@ -136,7 +136,8 @@ class SmallDisk:
         shutil.move(master.data_outside, copy)
         master.data_outside.mkdir()
         box.restart("--size", str(DISK_MIB * MIB), "--tmpfs", master.data)
-        assert box.run(["sh", "-c", f"cp -a /shared/data-before/. {master.data} && chmod 700 {master.data}"]).status == 0
+        words = f"cp -a /shared/data-before/. {master.data} && chmod 700 {master.data}"
+        assert box.run(["sh", "-c", words]).status == 0
         self.box = box
         self.master = master.serve()
         self.client = MasterClient(box, master)
@@ -150,7 +151,8 @@ class SmallDisk:
         assert self.box.run(["sh", "-c", f": >{self.master.data}/lock"]).status == 0
 
     def check_database(self):
-        code = "import sqlite3, sys; print(sqlite3.connect(sys.argv[1]).execute('PRAGMA integrity_check').fetchone()[0])"
+        code = "import sqlite3, sys; database = sqlite3.connect(sys.argv[1]); "
+        code += "print(database.execute('PRAGMA integrity_check').fetchone()[0])"
         result = self.box.run(["/usr/bin/python3", "-I", "-c", code, f"{self.master.data}/hosts.db"])
         assert result.out == "ok\n", result.err
 
@@ -265,7 +267,8 @@ def test_a_server_out_of_descriptors_serves_again_when_there_are_some(box, maste
             time.sleep(0.05)
         assert "accepting failed: Too many open files" in master.process.errors()
         # A connection that stands goes on; what needs a descriptor of its own is refused with its cause.
-        kept.sendall(f"GET {HOSTS}/reloadconfig HTTP/1.1\r\nAuthorization: Bearer {host.token}\r\n\r\n".encode())
+        request = f"GET {HOSTS}/reloadconfig HTTP/1.1\r\nAuthorization: Bearer {host.token}\r\n\r\n"
+        kept.sendall(request.encode())
         assert kept.recv(12) == b"HTTP/1.1 500"
     assert client.put(host, osType="after").status == 200
     assert master.process.is_running()

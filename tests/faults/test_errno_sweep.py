@@ -1,5 +1,5 @@
-"""A system call fails: no crash, no hang, no success that the server's store does not bear out, no broken file,
-and the next run heals."""
+"""A system call fails: no crash, no hang, no success that the server's store does not bear out, no broken
+file, and the next run heals."""
 
 import pytest
 

@@ -24,8 +24,10 @@ VALGRIND = [
     "--suppressions=/faults/valgrind.supp",
     "--log-file=/shared/output/valgrind.%p",
 ]
-# What the caller gave, and the debug log: it takes the process's last words, so nobody closes it before the end.
-OPEN_ON_PURPOSE = re.compile(r"<inherited from parent>|^Open file descriptor \d+: /usr/torqv/torquenix/logs/admin/")
+# What the caller gave, and the debug log: it takes the process's last words, so nobody closes it earlier.
+OPEN_ON_PURPOSE = re.compile(
+    r"<inherited from parent>|^Open file descriptor \d+: /usr/torqv/torquenix/logs/admin/"
+)
 
 
 @pytest.fixture(autouse=True)
@@ -80,7 +82,9 @@ LOCAL = {
     "refuses an unknown option": Local(["-bogus"], 20),
     "is asked for nothing": Local([]),
     "misses a value": Local(["-read", "-hostname"]),
-    "finds a damaged configuration": Local(["-localinfo"], 111, config=("no equals sign", "= nothing", "SERVER = ../x")),
+    "finds a damaged configuration": Local(
+        ["-localinfo"], 111, config=("no equals sign", "= nothing", "SERVER = ../x")
+    ),
 }
 
 

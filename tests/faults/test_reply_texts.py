@@ -67,7 +67,7 @@ TEXTS = {
     "nul-behind-a-host": ("C4", NO_JSON),
     "10-mb-string": ("C4", JSON_WITHOUT_HOST),
 }
-# Records that are no objects, or hold nothing: each of their fields is noted at error level, as what it lacks.
+# Records that are no objects, or hold nothing: each field is noted at error level, as what it lacks.
 NO_OBJECT, NO_TEXT = "data object", "string"
 RECORDS_NOTED = {
     "empty": NO_OBJECT,

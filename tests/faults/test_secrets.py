@@ -30,8 +30,8 @@ def key_lines(box):
 
 
 def write_down_surroundings(box):
-    """Makes tools of every way write down their environment, the arguments of every process, and the temporary
-    files that there are now."""
+    """Makes tools of every way write down their environment, the arguments of every process, and the
+    temporary files that there are now."""
     body = (
         "cat /proc/[0-9]*/environ >>/shared/output/environments 2>/dev/null\n"
         "cat /proc/[0-9]*/cmdline >>/shared/output/arguments 2>/dev/null\n"
@@ -133,8 +133,8 @@ def wait_for(condition):
 
 @pytest.fixture
 def updating(enrolled, scripted):
-    """A run that holds a token while it waits for its server, and may not do more than its user: updating(...)
-    takes what stands before the command."""
+    """A run that holds a token while it waits for its server, and may not do more than its user:
+    updating(...) takes what stands before the command."""
     server = scripted({"method": "PUT", "answer": {"behaviour": "silence"}})
     plant_token(enrolled, PLANTED)
 

@@ -80,7 +80,7 @@ def test_a_signal_at_every_call(bench, scenario, number, figure):
 
 
 # Hangs the first time.
-# No other program is started between the mark and the hanging: the shell loses an interrupt that meets it there.
+# No other program is started between mark and hanging: the shell loses an interrupt that meets it there.
 HANGING = "test -e /shared/output/tool-runs || { : >/shared/output/tool-runs; exec sleep 600; }"
 
 

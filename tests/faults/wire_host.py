@@ -127,7 +127,7 @@ class WireHost:
         (self.box.var("identity") / self.token_name()).unlink()
 
     def give_identities(self, servers):
-        """An identity towards each of some servers, with a certificate, an identifier and a token of its own."""
+        """An identity towards each of some servers: a certificate, an identifier and a token of its own."""
         folder = self.box.var("identity")
         store = self.box.identity_store()
         (first,) = store["identities"]

@@ -15,7 +15,8 @@ class LogEntry:
 
 
 ENTRY = re.compile(
-    r"^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} \[(?P<pid>\d+)\] <(?P<level>\d+)> (?P<context>.*?): (?P<text>.*)$"
+    r"^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} \[(?P<pid>\d+)\] "
+    r"<(?P<level>\d+)> (?P<context>.*?): (?P<text>.*)$"
 )
 
 

@@ -1,4 +1,4 @@
-"""A client of a master server whose every byte is the test's own: identities, connections, requests and answers."""
+"""A client of a master server whose every byte is the test's own, from identities to answers."""
 
 import dataclasses
 import json

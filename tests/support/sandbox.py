@@ -115,7 +115,7 @@ class Process:
 
 
 class Sandbox:
-    """Use as a context manager. Every path given to its methods is a path inside, unless it says otherwise."""
+    """Use as a context manager. Every path given to its methods is one inside, unless it says otherwise."""
 
     def __init__(self, build, work, image="debian12"):
         self.build = pathlib.Path(build).resolve()
@@ -151,7 +151,8 @@ class Sandbox:
         self._copy(self.image / "usr-sbin", self.sbin)
         self._copy(self.image / "opt", self.opt)
         self._copy(self.image / "usr" / "torqv", self.torqv)
-        for folder in ("torquenix/bin", "torquenix/lib", "torquenix/logs/admin", "torquenix/share/locale", "var"):
+        folders = [f"torquenix/{name}" for name in ("bin", "lib", "logs/admin", "share/locale")]
+        for folder in (*folders, "var"):
             (self.torqv / folder).mkdir(parents=True, exist_ok=True)
         for program in PROGRAMS:
             (self.torqv / "torquenix" / "bin" / program).touch()
@@ -166,8 +167,8 @@ class Sandbox:
             self.remove_tool(tool)
 
     def _hide_machine_tools(self):
-        """A tool that some machines have and others have not is missing, unless the image brings it: to the shell a
-        program without its interpreter is one that does not exist."""
+        """A tool that some machines have and others have not is missing, unless the image brings it: to the
+        shell a program without its interpreter is one that does not exist."""
         hidden = self.work / "no-such-tool"
         hidden.write_text("#!/no/such/interpreter\n")
         hidden.chmod(0o755)
@@ -222,7 +223,7 @@ class Sandbox:
         return arguments
 
     def _build_folder(self):
-        """The build at its own path: message catalogues lie there, and coverage counters are written there."""
+        """The build at its own path: catalogues lie there, and coverage counters are written there."""
         cache = (self.build / "CMakeCache.txt").read_text(errors="replace")
         bind = "--bind" if "TQ_COVERAGE:BOOL=ON" in cache else "--ro-bind"
         return [bind, str(self.build), str(self.build)]
@@ -446,7 +447,8 @@ class Sandbox:
     def hold_lock(self, path):
         """Another process takes a lock file and keeps it; let_go() ends it."""
         held = "/shared/lock-is-held"
-        holder = self.start_process(["flock", "--exclusive", path, "sh", "-c", f"touch {held}; exec sleep 600"])
+        keep = f"touch {held}; exec sleep 600"
+        holder = self.start_process(["flock", "--exclusive", path, "sh", "-c", keep])
         marker = self.shared / "lock-is-held"
         while not marker.exists():
             time.sleep(0.01)

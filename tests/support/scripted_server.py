@@ -63,7 +63,8 @@ class Script:
 def usual_answer(method, path, body):
     """What a good server without any hosts says."""
     if path.endswith("/security/tokens"):
-        return {"status": 201, "body": json.dumps({"token": f"token-{time.monotonic_ns()}", "expiresIn": 3600})}
+        token = {"token": f"token-{time.monotonic_ns()}", "expiresIn": 3600}
+        return {"status": 201, "body": json.dumps(token)}
     if method == "PUT":
         return {"status": 200, "body": body}
     if method == "DELETE":
