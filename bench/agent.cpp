@@ -1,9 +1,9 @@
 #include "bench/agent.h"
 
 #include "bench/failure.h"
+#include "platform/json.h"
 
 #include <fstream>
-#include <jansson.h>
 #include <openssl/ec.h>
 #include <openssl/pem.h>
 
@@ -33,16 +33,14 @@ std::string stringOf(const json_t* object, const char* key)
 
 Agent parseAgent(const std::string& line)
 {
-    json_error_t error;
-    json_t* object = json_loads(line.c_str(), 0, &error);
+    const tq::JsonRef object(json_loads(line.c_str(), 0, nullptr));
     Agent agent;
-    agent.hostName = stringOf(object, "hostName");
-    agent.hostId = stringOf(object, "hostId");
-    agent.token = stringOf(object, "token");
-    agent.certificate = parseCertificate(stringOf(object, "certificate"));
-    const std::string keyText = stringOf(object, "key");
+    agent.hostName = stringOf(object.get(), "hostName");
+    agent.hostId = stringOf(object.get(), "hostId");
+    agent.token = stringOf(object.get(), "token");
+    agent.certificate = parseCertificate(stringOf(object.get(), "certificate"));
+    const std::string keyText = stringOf(object.get(), "key");
     agent.key.reset(PEM_read_bio_PrivateKey(streamOf(keyText).get(), nullptr, nullptr, nullptr));
-    json_decref(object);
     if (!agent.certificate || !agent.key)
         throw Failure("a line of the agents' file holds no identity");
     return agent;
@@ -86,14 +84,11 @@ std::string toLine(const Agent& agent)
     if (PEM_write_bio_X509(certificate.get(), agent.certificate.get()) != 1 ||
         PEM_write_bio_PrivateKey(key.get(), agent.key.get(), nullptr, nullptr, 0, nullptr, nullptr) != 1)
         throw tlsFailure("an identity has no text form");
-    json_t* object = json_pack("{s:s, s:s, s:s, s:s, s:s}", "hostName", agent.hostName.c_str(), "hostId",
-                               agent.hostId.c_str(), "token", agent.token.c_str(), "certificate",
-                               textOf(*certificate).c_str(), "key", textOf(*key).c_str());
-    char* text = json_dumps(object, JSON_COMPACT);
-    std::string line(text);
-    std::free(text);
-    json_decref(object);
-    return line;
+    const tq::JsonRef object(json_pack("{s:s, s:s, s:s, s:s, s:s}", "hostName", agent.hostName.c_str(),
+                                       "hostId", agent.hostId.c_str(), "token", agent.token.c_str(),
+                                       "certificate", textOf(*certificate).c_str(), "key",
+                                       textOf(*key).c_str()));
+    return tq::JsonText(json_dumps(object.get(), JSON_COMPACT)).get();
 }
 
 std::vector<Agent> readAgents(const std::string& path)

@@ -94,7 +94,6 @@ void serveSocket(SSL_CTX& context, int socket, const std::string& path)
         std::fprintf(stderr, "file-server: %s\n", failure.what());
     }
     SSL_shutdown(stream.get());
-    close(socket);
 }
 
 } // namespace
@@ -106,11 +105,13 @@ int main(int argc, char* argv[])
             throw bench::Failure("usage: file-server ADDRESS SERVER_PEM AUTHORITY_PEM FILE");
         const bench::TlsContext context = bench::makeServerContext(argv[2], argv[3]);
         const std::string path = argv[4];
-        const int listener = bench::listenOn(argv[1]);
+        const bench::Socket listener = bench::listenOn(argv[1]);
         for (;;) {
-            const int socket = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
-            if (socket >= 0)
-                std::thread([&, socket] { serveSocket(*context, socket, path); }).detach();
+            bench::Socket socket(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+            if (socket.get() >= 0)
+                std::thread([&, owned = std::move(socket)] {
+                    serveSocket(*context, owned.get(), path);
+                }).detach();
         }
     });
 }

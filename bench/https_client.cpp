@@ -31,23 +31,25 @@ sockaddr_in addressOf(const std::string& address)
     return place;
 }
 
-int connectTo(const std::string& address)
+Socket openSocket()
+{
+    return Socket(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+}
+
+Socket connectTo(const std::string& address)
 {
     const sockaddr_in place = addressOf(address);
-    const int handle = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    Socket socket = openSocket();
     const int on = 1;
-    setsockopt(handle, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    setsockopt(socket.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     const timeval silence{SILENCE_SECONDS, 0};
-    setsockopt(handle, SOL_SOCKET, SO_RCVTIMEO, &silence, sizeof silence);
+    setsockopt(socket.get(), SOL_SOCKET, SO_RCVTIMEO, &silence, sizeof silence);
     // The end of a connection is a reset: thousands of them would fill the table of those that fade.
     const linger reset{1, 0};
-    setsockopt(handle, SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
-    if (connect(handle, reinterpret_cast<const sockaddr*>(&place), sizeof place) != 0) {
-        const Failure failure = systemFailure("cannot connect to " + address);
-        close(handle);
-        throw failure;
-    }
-    return handle;
+    setsockopt(socket.get(), SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
+    if (connect(socket.get(), reinterpret_cast<const sockaddr*>(&place), sizeof place) != 0)
+        throw systemFailure("cannot connect to " + address);
+    return socket;
 }
 
 void trust(SSL_CTX& context, const std::string& authorityFile)
@@ -91,35 +93,33 @@ TlsContext makeServerContext(const std::string& pemFile, const std::string& auth
     return context;
 }
 
-int listenOn(const std::string& address)
+Socket::~Socket()
+{
+    if (handle_ >= 0)
+        close(handle_);
+}
+
+Socket listenOn(const std::string& address)
 {
     const sockaddr_in place = addressOf(address);
-    const int handle = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    Socket socket = openSocket();
     const int on = 1;
-    setsockopt(handle, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    if (bind(handle, reinterpret_cast<const sockaddr*>(&place), sizeof place) != 0 ||
-        listen(handle, BACKLOG) != 0)
+    setsockopt(socket.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    if (bind(socket.get(), reinterpret_cast<const sockaddr*>(&place), sizeof place) != 0 ||
+        listen(socket.get(), BACKLOG) != 0)
         throw systemFailure("cannot listen on " + address);
-    return handle;
+    return socket;
 }
 
 HttpsConnection::HttpsConnection(SSL_CTX& context, const std::string& address, const Agent* agent)
     : socket_(connectTo(address)), stream_(SSL_new(&context)), token_(agent != nullptr ? agent->token : "")
 {
     const bool isReady =
-        SSL_set_fd(stream_.get(), socket_) == 1 &&
+        SSL_set_fd(stream_.get(), socket_.get()) == 1 &&
         (agent == nullptr || (SSL_use_certificate(stream_.get(), agent->certificate.get()) == 1 &&
                               SSL_use_PrivateKey(stream_.get(), agent->key.get()) == 1));
-    if (!isReady || SSL_connect(stream_.get()) != 1) {
-        close(socket_);
+    if (!isReady || SSL_connect(stream_.get()) != 1)
         throw tlsFailure("no handshake with " + address);
-    }
-}
-
-HttpsConnection::~HttpsConnection()
-{
-    stream_.reset();
-    close(socket_);
 }
 
 void HttpsConnection::send(const Request& request)

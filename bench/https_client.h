@@ -8,6 +8,7 @@
 #include <openssl/ssl.h>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace bench {
 
@@ -29,8 +30,22 @@ TlsContext makeClientContext(const std::string& authorityFile);
 /// the authorities of the other file. Throws Failure.
 TlsContext makeServerContext(const std::string& pemFile, const std::string& authorityFile);
 
+/// Owns a socket.
+class Socket {
+public:
+    explicit Socket(int handle) : handle_(handle) {}
+    Socket(Socket&& other) noexcept : handle_(std::exchange(other.handle_, -1)) {}
+    Socket& operator=(Socket&&) = delete;
+    ~Socket();
+
+    [[nodiscard]] int get() const { return handle_; }
+
+private:
+    int handle_;
+};
+
 /// Waits for connections on an IPv4 address and PORT. Throws Failure.
-int listenOn(const std::string& address);
+Socket listenOn(const std::string& address);
 
 struct HttpReply {
     int status = 0;
@@ -43,9 +58,6 @@ public:
     /// Connects to an IPv4 address on PORT and shakes hands; without an agent no certificate is shown. Throws
     /// Failure, also later when a stream breaks.
     HttpsConnection(SSL_CTX& context, const std::string& address, const Agent* agent);
-    HttpsConnection(const HttpsConnection&) = delete;
-    HttpsConnection& operator=(const HttpsConnection&) = delete;
-    ~HttpsConnection();
 
     struct Request {
         const char* method;
@@ -68,7 +80,7 @@ public:
     std::size_t read(char* data, std::size_t size);
 
 private:
-    int socket_;
+    Socket socket_; ///< before the stream, so that it is closed after it
     TlsStream stream_;
     std::string token_;
 };
