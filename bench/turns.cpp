@@ -3,10 +3,10 @@
 // usage: turns <REQUEST
 // REQUEST: {"rounds": N, "warmUp": N, "rows": [{"label": TEXT, "argv": [TEXT ...], "remove": [PATH ...],
 //           "link": {"path": PATH, "target": PATH}} ...]}
-// Before a row runs, outside its time, what it names is removed and the link is made anew. Standard output and
-// error of the rows go to /dev/null. Prints for each label {"wall": [ms ...], "cpu": [ms ...], "peak": KiB,
-// "status": N}: CPU time and peak are those of the process with all that it waited for, the status is the
-// first that is not 0.
+// Before a row runs, outside its time, what it names is removed and the link is made anew. Standard output
+// and error of the rows go to /dev/null. Prints for each label {"wall": [ms ...], "cpu": [ms ...], "peak":
+// KiB, "status": N}: CPU time and peak are those of the process with all that it waited for, the status is
+// the first that is not 0.
 //
 // A program of its own since a process's peak never falls below that of the process that started it.
 
