@@ -10,7 +10,7 @@ enum class IdentityType { host, cluster };
 
 /// An identity that the authority has given out. Its certificates name `hostId` and `hostName`.
 struct Identity {
-    std::string hostId; ///< UUID in lower case, never given twice
+    std::string hostId; ///< UUID in lower case, never given to another
     std::string hostName;
     IdentityType type = IdentityType::host;
 };

@@ -13,7 +13,8 @@ namespace {
 constexpr std::int64_t SCHEMA_VERSION = 1;
 constexpr const char* OTHER_VERSION = "it is not a host database of this release";
 
-/// Rows of identity stay for ever: a host id is never given twice, and a revoked one stays known as such.
+/// Rows of identity stay for ever: a host id is never given to another, and a revoked one stays known as
+/// such.
 constexpr const char* SCHEMA = R"(
 CREATE TABLE IF NOT EXISTS identity (
     host_id TEXT PRIMARY KEY, host_name TEXT NOT NULL, type TEXT NOT NULL CHECK (type IN ('host', 'cluster')),
@@ -22,7 +23,7 @@ CREATE INDEX IF NOT EXISTS identity_by_name ON identity (host_name);
 CREATE TABLE IF NOT EXISTS invitation (
     id TEXT PRIMARY KEY, hash TEXT NOT NULL, host_name TEXT NOT NULL,
     type TEXT NOT NULL CHECK (type IN ('host', 'cluster')), expires_at INTEGER NOT NULL,
-    host_id TEXT UNIQUE REFERENCES identity (host_id), withdrawn_at INTEGER) STRICT;
+    host_id TEXT REFERENCES identity (host_id), withdrawn_at INTEGER) STRICT;
 CREATE TABLE IF NOT EXISTS token (
     id TEXT PRIMARY KEY, hash TEXT NOT NULL, host_id TEXT NOT NULL REFERENCES identity (host_id),
     expires_at INTEGER NOT NULL) STRICT;
@@ -77,20 +78,23 @@ Database openForReading(const std::string& path)
     return database;
 }
 
-constexpr const char* READ_INVITATION = "SELECT hash, host_name, type FROM invitation"
-                                        " WHERE id = ? AND expires_at > ? AND host_id IS NULL"
-                                        " AND withdrawn_at IS NULL";
+/// A host that enrols again keeps its host id, and so its one record. The nodes of a cluster, which share the
+/// virtual host's name, have one each.
+constexpr const char* READ_INVITATION =
+    "SELECT hash, host_name, type,"
+    " (SELECT host_id FROM identity WHERE identity.host_name = invitation.host_name AND identity.type = "
+    "'host'"
+    "  AND invitation.type = 'host' AND revoked_at IS NULL ORDER BY rowid DESC LIMIT 1)"
+    " FROM invitation WHERE id = ? AND expires_at > ? AND host_id IS NULL AND withdrawn_at IS NULL";
 constexpr const char* READ_HOST = "SELECT record FROM host WHERE host_id = ?";
 
-bool isInvitationOpen(const Statement& read, const Secret& invitation, std::int64_t now, Identity* invited)
+std::optional<Identity> readInvited(const Statement& read, const Secret& invitation, std::int64_t now)
 {
     Query query(read);
     query.with(invitation.id).with(now);
     if (!query.next() || !invitation.matches(query.text(0)))
-        return false;
-    if (invited != nullptr)
-        *invited = Identity{"", query.text(1), toIdentityType(query.text(2))};
-    return true;
+        return std::nullopt;
+    return Identity{query.text(3), query.text(1), toIdentityType(query.text(2))};
 }
 
 std::string asArray(Query& query)
@@ -176,19 +180,22 @@ Secret Store::invite(const std::string& hostName, IdentityType type, std::int64_
 std::optional<Identity> Store::findInvitation(const Secret& invitation, std::int64_t now)
 {
     const std::lock_guard lock(readMutex_);
-    Identity invited;
-    if (!isInvitationOpen(readInvitation_, invitation, now, &invited))
-        return std::nullopt;
-    return invited;
+    return readInvited(readInvitation_, invitation, now);
 }
 
 bool Store::redeemInvitation(const Secret& invitation, const Identity& identity, std::int64_t now)
 {
     bool isRedeemed = false;
     commits_.run([&] {
-        if (!isInvitationOpen(checkInvitation_, invitation, now, nullptr))
+        const std::optional<Identity> invited = readInvited(checkInvitation_, invitation, now);
+        if (!invited)
             return;
-        Query(addIdentity_).with(identity.hostId).with(identity.hostName).with(toText(identity.type)).run();
+        if (invited->hostId != identity.hostId)
+            Query(addIdentity_)
+                .with(identity.hostId)
+                .with(identity.hostName)
+                .with(toText(identity.type))
+                .run();
         Query(useInvitation_).with(identity.hostId).with(invitation.id).run();
         isRedeemed = true;
     });

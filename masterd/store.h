@@ -15,7 +15,7 @@
 namespace masterd {
 
 /// How long the parts of the list of all hosts become.
-inline constexpr std::size_t HOST_LIST_PART_BYTES = std::size_t{512} * 1024;
+inline constexpr std::size_t HOST_LIST_PART_BYTES = std::size_t{256} * 1024;
 
 /// A host's place in the order of all: ascending bytes of host name, then of host id. Empty names stand for
 /// the place before the first.
@@ -42,12 +42,12 @@ public:
     /// administrator and cannot be had again.
     Secret invite(const std::string& hostName, IdentityType type, std::int64_t expiresAt);
 
-    /// Whom an invitation is for: name and type, no host id yet. Absent when it is unknown, used, expired or
-    /// withdrawn.
+    /// Whom an invitation is for: name and type, and for a host that has an identity its host id (else none).
+    /// Absent when it is unknown, used, expired or withdrawn.
     std::optional<Identity> findInvitation(const Secret& invitation, std::int64_t now);
 
-    /// Uses an invitation up and enters the identity that it led to, both or neither. False when another
-    /// was quicker, or the invitation has expired since.
+    /// Uses an invitation up and enters the identity that it led to, unless that stands already; both or
+    /// neither. False when another was quicker, or the invitation has expired or was withdrawn since.
     [[nodiscard]] bool redeemInvitation(const Secret& invitation, const Identity& identity, std::int64_t now);
 
     /// The identity with this host id; absent when it is unknown or has been revoked.

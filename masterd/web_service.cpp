@@ -249,7 +249,8 @@ WebReply WebService::enroll(const Call& call)
     if (!identity)
         throw NO_INVITATION;
     const tq::CertificateRequest request = requireCertificateRequest(requestPem);
-    identity->hostId = tq::randomUuid();
+    if (identity->hostId.empty())
+        identity->hostId = tq::randomUuid();
     WebReply reply = issued(201, *request, *identity);
     if (!store_.redeemInvitation(*invitation, *identity, unixNow()))
         throw NO_INVITATION;

@@ -1,5 +1,6 @@
 """How a host joins and leaves a master server, and what a failed attempt leaves behind."""
 
+import json
 import os
 import stat
 
@@ -55,6 +56,26 @@ def test_an_invitation_for_another_host_is_refused_and_says_for_whom_it_was(box,
     )
     assert box.identity_files() == {}
     assert box.enrol(master).status == 0
+
+
+def test_a_host_that_enrols_again_keeps_its_identifier_and_its_one_record(enrolled, master):
+    assert enrolled.command("-update").status == 0
+    (before,) = enrolled.identities()
+    assert enrolled.enrol(master).status == 0
+    (after,) = enrolled.identities()
+    assert after["hostId"] == before["hostId"]
+    assert after["certificate"] != before["certificate"]
+    assert enrolled.command("-update", "-force").status == 0
+    listed = json.loads(enrolled.command("-readallhosts", "-display").out)
+    assert [host["hostId"] for host in listed["hosts"]] == [before["hostId"]]
+
+
+def test_a_host_that_was_revoked_joins_under_a_new_identifier(enrolled, master):
+    (before,) = enrolled.identities()
+    master.revoke(enrolled.host_name)
+    assert enrolled.enrol(master).status == 0
+    assert enrolled.identities()[0]["hostId"] != before["hostId"]
+    assert enrolled.command("-update").status == 0
 
 
 def test_a_refused_invitation_leaves_the_identity_that_was_there(enrolled, master):

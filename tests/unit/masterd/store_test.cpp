@@ -135,6 +135,44 @@ TEST_F(Store, InvitationTellsWhomItIsFor)
     EXPECT_EQ(store().findInvitation(cluster, NOW)->type, IdentityType::cluster);
 }
 
+TEST_F(Store, InvitationOfAHostWithAnIdentityHasItsHostId)
+{
+    EXPECT_EQ(store().findInvitation(store().invite("h1", IdentityType::host, LATER), NOW)->hostId, "");
+    enrolled("id-1", "h1");
+    enrolled("id-2", "h2");
+    const Secret again = store().invite("h1", IdentityType::host, LATER);
+    const Identity invited = store().findInvitation(again, NOW).value();
+    EXPECT_EQ(invited.hostId, "id-1");
+    EXPECT_TRUE(store().redeemInvitation(again, invited, NOW));
+    EXPECT_FALSE(store().findInvitation(again, NOW));
+    EXPECT_EQ(store().revoke("h1", NOW).identities, 1);
+}
+
+TEST_F(Store, InvitationAfterARevocationHasNoHostId)
+{
+    enrolled("id-1", "h1");
+    store().revoke("h1", NOW);
+    EXPECT_EQ(store().findInvitation(store().invite("h1", IdentityType::host, LATER), NOW)->hostId, "");
+}
+
+TEST_F(Store, InvitationThatARevocationMeetsBringsNoIdentityBack)
+{
+    enrolled("id-1", "h1");
+    const Secret again = store().invite("h1", IdentityType::host, LATER);
+    const Identity invited = store().findInvitation(again, NOW).value();
+    store().revoke("h1", NOW);
+    EXPECT_FALSE(store().redeemInvitation(again, invited, NOW));
+    EXPECT_FALSE(store().findIdentity("id-1"));
+}
+
+TEST_F(Store, EachNodeOfAClusterHasAHostIdOfItsOwn)
+{
+    const Secret first = store().invite("c1", IdentityType::cluster, LATER);
+    EXPECT_TRUE(store().redeemInvitation(first, {"id-1", "c1", IdentityType::cluster}, NOW));
+    EXPECT_EQ(store().findInvitation(store().invite("c1", IdentityType::cluster, LATER), NOW)->hostId, "");
+    EXPECT_EQ(store().findInvitation(store().invite("c1", IdentityType::host, LATER), NOW)->hostId, "");
+}
+
 TEST_F(Store, InvitationIsGoodUntilItEnds)
 {
     const Secret invitation = store().invite("h1", IdentityType::host, LATER);

@@ -98,6 +98,18 @@ TEST_F(WebService, EnrolmentGivesAnIdentityOfTheInvitedName)
     EXPECT_EQ(store_.findIdentity(host.hostId)->hostName, "h1.example");
 }
 
+TEST_F(WebService, EnrolmentAgainKeepsTheHostIdUntilARevocation)
+{
+    const Client first = enrolled("h1");
+    const Client second = enrolled("h1");
+    EXPECT_EQ(second.hostId, first.hostId);
+    EXPECT_EQ(tq::readAlternativeNames(*second.certificate)->uris,
+              std::vector<std::string>{"urn:uuid:" + first.hostId});
+    EXPECT_NE(enrolled("h2").hostId, first.hostId);
+    store_.revoke("h1", masterd::unixNow());
+    EXPECT_NE(enrolled("h1").hostId, first.hostId);
+}
+
 TEST_F(WebService, EnrolmentAnswersAuthorityAndTrustVersion)
 {
     const tq::Key key = tq::generateKey();
@@ -406,7 +418,7 @@ TEST_F(WebService, ListOfAFleetComesInParts)
     const std::string record =
         "{\"osType\":\"" + std::string(masterd::HOST_LIST_PART_BYTES / 16, 'x') + "\"}";
     for (int i = 0; i < 20; ++i) {
-        const Client other = enrolled("other");
+        const Client other = enrolled("other" + std::to_string(i));
         EXPECT_EQ(send(other, "PUT", HOSTS + '/' + other.hostId, record).status, 200);
     }
     const WebReply reply = send(host, "GET", HOSTS);
