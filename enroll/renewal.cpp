@@ -26,17 +26,18 @@ std::string nameOf(const tq::Identity& identity)
 }
 
 /// Ends the sentences about an identity that cannot renew itself any more.
-std::string askForInvitation(const tq::Identity& identity)
+std::string askForInvitation(const tq::Identity& identity, const std::string& condition = "")
 {
-    return "; enrol again with a new invitation of that server (tqmasterd invite --host " +
+    return "; " + condition + "enrol again with a new invitation of that server (tqmasterd invite --host " +
            identity.hostName + (identity.certType == CERT_TYPE_CLUSTER ? " --cluster" : "") + ")";
 }
 
-[[noreturn]] void failRefused(const tq::Identity& identity, const std::string& cause)
+[[noreturn]] void failRefused(const tq::Identity& identity, const std::string& cause,
+                              const std::string& condition = "")
 {
     throw Failure(ExitStatus::invitationNeeded, "server " + identity.server + " does not renew " +
                                                     nameOf(identity) + ": " + cause +
-                                                    askForInvitation(identity));
+                                                    askForInvitation(identity, condition));
 }
 
 [[noreturn]] void failReplaced(const tq::Identity& identity)
@@ -74,6 +75,8 @@ std::string askForCertificate(const tq::Identity& identity, int port, const std:
     const tq::AuthorizedResult result = session.send(request, reply);
     if (result.transfer.status != EC_success && !result.transfer.sent && tq::isReplaced(identity))
         failReplaced(identity);
+    if (result.transfer.status == EC_web_certificate_refused && readCertificateLife(files.certificate))
+        failRefused(identity, result.transfer.cause, "if the clocks of both machines are right, ");
     if (result.transfer.status == EC_web_certificate_refused || result.tokenRefusal == tq::HTTP_FORBIDDEN)
         failRefused(identity, result.transfer.cause);
     if (result.transfer.status != EC_success)

@@ -163,7 +163,7 @@ Verdict judge(const std::vector<ServerFacts>& servers, std::int64_t now)
     if (servers.empty())
         return Verdict::noIdentity;
     const bool allWell = std::all_of(servers.begin(), servers.end(), [&](const ServerFacts& facts) {
-        return !facts.behind &&
+        return !facts.behind && facts.problems.empty() &&
                std::none_of(facts.identities.begin(), facts.identities.end(),
                             [&](const IdentityFacts& identity) { return isNearEnd(identity, now); });
     });

@@ -15,9 +15,10 @@ inline constexpr std::int64_t WARNING_DAYS = 30;
 
 /// What `tqenroll --status` ends with once it has told the status.
 enum class Verdict : int {
-    allWell = 0, ///< in step with every server, no certificate near its end
-    needsAttention =
-        1, ///< behind a server, or a certificate ends within WARNING_DAYS, has ended, or cannot be read
+    allWell = 0, ///< in step with every server, no certificate near its end, no file that is damaged
+    /// Behind a server, a certificate that ends within WARNING_DAYS or has ended, or a problem with a file:
+    /// one in the place of a lock keeps a server from being updated, and no update says so.
+    needsAttention = 1,
     noIdentity = 2, ///< this host has no identity
 };
 

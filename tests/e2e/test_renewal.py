@@ -135,6 +135,17 @@ def test_a_host_whose_certificate_has_ended_joins_again_with_a_new_invitation(up
     assert updated.command("-update").status == 0
 
 
+def test_a_certificate_that_the_server_refuses_points_at_clocks_before_an_invitation(updated, master):
+    master.stop()
+    master.serve(env=at_time(updated, f"+{CERTIFICATE_DAYS + 1}d", "tqmasterd"))
+    before = updated.identity_files()
+    result = renew(updated)
+    assert (result.status, result.out) == (INVITATION_NEEDED, "")
+    assert f"server {MASTER1} does not renew the host identity" in result.err
+    assert "; if the clocks of both machines are right, enrol again with a new invitation" in result.err
+    assert updated.identity_files() == before
+
+
 def test_an_identity_that_was_revoked_asks_for_a_new_invitation(updated, master):
     master.revoke(updated.host_name)
     before = updated.identity_files()

@@ -45,10 +45,10 @@ class Master:
     def init(self):
         return self._run("init", "--data", self.data, "--name", self.name)
 
-    def serve(self):
-        """Starts serving and waits until it listens."""
+    def serve(self, **options):
+        """Starts serving, with options of start_process(), and waits until it listens."""
         argv = [PROGRAM, "serve", "--data", self.data, "--listen", self.address]
-        self.process = self.sandbox.start_process(argv)
+        self.process = self.sandbox.start_process(argv, **options)
         if not self.sandbox.wait_until_listening(self.address):
             raise ServerError(f"{self.name} does not listen:\n{self.process.errors()}")
         return self

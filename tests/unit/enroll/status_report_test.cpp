@@ -72,11 +72,11 @@ TEST(Judge, ACertificateNeedsAttentionFrom30DaysBeforeItsEndOn)
     EXPECT_EQ(judge({cluster}, NOW), Verdict::needsAttention);
 }
 
-TEST(Judge, AProblemWithAFileOfNoWeightIsToldAndNoMore)
+TEST(Judge, AProblemWithAFileNeedsAttention)
 {
     ServerFacts facts = inStep();
-    facts.problems = {"the cache is not a regular file"};
-    EXPECT_EQ(judge({facts}, NOW), Verdict::allWell);
+    facts.problems = {"the lock is not a regular file"};
+    EXPECT_EQ(judge({facts}, NOW), Verdict::needsAttention);
 }
 
 TEST(FormatStatusLines, OneLineAServer)
