@@ -17,10 +17,10 @@ CONTEXTS = {
 
 @pytest.fixture(scope="module", params=["bash", "zsh"])
 def shell(request, build, tmp_path_factory):
-    """A shell on a host whose master servers are those of its kx.conf."""
+    """A shell on a host with the master servers of its kx.conf, one by a name that a shell might run."""
     folder = tmp_path_factory.mktemp(request.param)
     box = Sandbox(build, folder / "sandbox")
-    box.write_config("SERVER = master1.example", "server=master2.example", "CLIENT_NAME = host1.example")
+    box.write_config("SERVER = master1.example", "server=master2.example", "SERVER = $(id).example")
     home = folder / "home"
     home.mkdir()
     mounts = ["--ro-bind", str(COMPLETIONS), str(COMPLETIONS), "--bind", str(home), str(home)]
