@@ -52,6 +52,11 @@ CommandOutput run(const std::string& command)
 
 } // namespace fuzz
 
+bool TQCLNTDB::exists(const char* path)
+{
+    return fuzz::host().files.count(path) != 0;
+}
+
 std::optional<std::istringstream> TQCLNTDB::openLines(const std::string& path)
 {
     const auto found = fuzz::host().files.find(path);

@@ -2,6 +2,7 @@
 one."""
 
 import json
+import re
 import time
 
 import pytest
@@ -44,8 +45,10 @@ class Sizes:
         self.descriptors = self._descriptors()
 
     def _files(self):
+        """Their names, logs without their day: the runs may last over midnight."""
         folders = (self.box.torqv, self.master.data_outside)
-        return sorted(str(file) for folder in folders for file in folder.rglob("*"))
+        names = {str(file) for folder in folders for file in folder.rglob("*")}
+        return sorted({re.sub(r"\.\d{8}\.log$", ".log", name) for name in names})
 
     def _descriptors(self):
         """Descriptors of the server; connections that have just ended are given time to go."""
