@@ -76,23 +76,31 @@ protected:
         return "";
     }
 
+    /// Lets this process mount for itself alone: as root, or else as root of its own user namespace. Root
+    /// needs none, and may have none in a chroot.
+    static bool becomeMounter()
+    {
+        const auto tell = [](const char* file, const std::string& text) {
+            return static_cast<bool>(std::ofstream(std::string("/proc/self/") + file) << text << std::flush);
+        };
+        const std::string user = "0 " + std::to_string(geteuid()) + " 1";
+        const std::string group = "0 " + std::to_string(getegid()) + " 1";
+        if (geteuid() == 0)
+            return unshare(CLONE_NEWNS) == 0 &&
+                   mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+        return unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0 && tell("uid_map", user) &&
+               tell("setgroups", "deny") && tell("gid_map", group);
+    }
+
     /// The same in a process that has a file system of its own for the store's parent.
     [[nodiscard]] std::string sentenceOnDisk(const EnrollmentOrder& order, const char* options,
                                              unsigned long flags) const
     {
         int ends[2];
         EXPECT_EQ(pipe(ends), 0);
-        const std::string user = "0 " + std::to_string(geteuid()) + " 1";
-        const std::string group = "0 " + std::to_string(getegid()) + " 1";
         const pid_t child = fork();
         if (child == 0) {
-            const auto tell = [](const char* file, const std::string& text) {
-                return static_cast<bool>(std::ofstream(std::string("/proc/self/") + file)
-                                         << text << std::flush);
-            };
-            const bool mounted = unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0 && tell("uid_map", user) &&
-                                 tell("setgroups", "deny") && tell("gid_map", group) &&
-                                 mount("none", TQ_VAR_DIR, "tmpfs", flags, options) == 0;
+            const bool mounted = becomeMounter() && mount("none", TQ_VAR_DIR, "tmpfs", flags, options) == 0;
             const std::string sentence = mounted ? failureOf(order, ExitStatus::storeFailed) : "not mounted";
             _exit(tq::writeAll(ends[1], sentence) ? 0 : 1);
         }

@@ -20,14 +20,25 @@ bool writeTo(const char* path, const std::string& text)
     return file != -1 && write(file, text.data(), text.size()) == static_cast<ssize_t>(text.size());
 }
 
-/// What a process of its own user namespace is told, as root there or as nobody.
-int answerAs(uid_t effective)
+/// Makes this process root, or root of its own user namespace. Root needs none, and may have none in a
+/// chroot.
+bool becomeRoot()
 {
     const std::string map = "0 " + std::to_string(geteuid()) + " 1";
+    return geteuid() == 0 || (unshare(CLONE_NEWUSER) == 0 && writeTo("/proc/self/uid_map", map));
+}
+
+bool becomeAnother(uid_t user)
+{
+    return geteuid() != 0 || seteuid(user) == 0;
+}
+
+/// What a process is told, as root or as another.
+int answerAs(uid_t effective)
+{
     const pid_t child = fork();
     if (child == 0) {
-        const bool ready =
-            unshare(CLONE_NEWUSER) == 0 && (effective != 0 || writeTo("/proc/self/uid_map", map));
+        const bool ready = effective == 0 ? becomeRoot() : becomeAnother(effective);
         if (!ready || (geteuid() == 0) != (effective == 0))
             _exit(NOT_SET_UP);
         _exit(is_user_admin(0) * 10 + is_user_admin(2));
