@@ -4,6 +4,7 @@ import datetime
 import os
 import pathlib
 import re
+import shutil
 import subprocess
 
 BEGIN = "<!-- bench/run --write: begin -->"
@@ -17,6 +18,9 @@ def processor():
 
 
 def git(top, *arguments):
+    """What git says of the sources; nothing where there is none."""
+    if not shutil.which("git"):
+        return ""
     result = subprocess.run(["git", "-C", top, *arguments], capture_output=True, text=True, check=False)
     return result.stdout.strip()
 
