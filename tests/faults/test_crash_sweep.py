@@ -37,7 +37,7 @@ def sweep(bench, scenario, calls, figure):
     figure("healed", len(results) - len(unhealed))
     assert bad == []
     assert unhealed == []
-    assert len(kills) >= len(results) * 0.9, "too many points were not met"
+    assert len(results) - len(kills) <= max(1, len(results) // 10), "too many points were not met"
 
 
 @pytest.mark.parametrize("scenario", [pytest.param(name, marks=marks(name)) for name in SCENARIOS])
