@@ -12,6 +12,13 @@ using fuzz::require;
 
 constexpr int PARTS = 4;
 
+/// A version's number has up to seven digits, and a sign where a component is beyond 31 bits.
+bool isVersionNumber(int number)
+{
+    constexpr int HIGHEST = 9'999'999;
+    return number >= -HIGHEST && number <= HIGHEST;
+}
+
 void checkPadded(const std::string& text)
 {
     const std::string padded = tqclntdb_utils::padTorquenixVersionNumberStr(text.c_str(), PARTS);
@@ -27,7 +34,8 @@ void checkInstalled()
     require(tqclntdb_utils::getTQInstalledVersionStr(version) == 0, "the built-in release is always there");
     require(version.find('_') != std::string::npos && version.find('\n') == std::string::npos,
             "a version is a product, \"_\" and a number", version);
-    require(tqclntdb_utils::tqReleaseVersionStringToNumber(version) >= -1, "a version has a number", version);
+    require(isVersionNumber(tqclntdb_utils::tqReleaseVersionStringToNumber(version)),
+            "a version has a number of seven digits", version);
     checkPadded(tqclntdb_utils::getInstalledPackagesVersionNumberStr(PARTS));
 }
 
@@ -46,6 +54,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
     fuzz::host().files[TQ_SERVER_DB] = ""; // a server now
     checkInstalled();
     checkPadded(client);
-    require(tqclntdb_utils::tqReleaseVersionStringToNumber(client) >= -1, "any text has a number or none");
+    require(isVersionNumber(tqclntdb_utils::tqReleaseVersionStringToNumber(client)),
+            "any text has a number of seven digits or none", client);
     return 0;
 }
