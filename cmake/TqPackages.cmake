@@ -15,7 +15,7 @@ set(CPACK_INSTALL_PREFIX /usr)
 set(CPACK_PROJECT_CONFIG_FILE ${CMAKE_SOURCE_DIR}/cmake/TqPackageKind.cmake)
 set(CPACK_COMPONENTS_GROUPING ONE_PER_GROUP)
 
-# These reach the spec files, too: cpack hands on what begins with CPACK_.
+# These reach the templates of the RPM packages, too: cpack hands on what begins with CPACK_.
 set(CPACK_TQ_INSTALL_ROOT ${TQ_INSTALL_ROOT})
 set(CPACK_TQ_CLIENT_SUMMARY "Keeps this host's record current on its master servers")
 set(CPACK_TQ_CLIENT_DESCRIPTION
